@@ -1,0 +1,9 @@
+#include "AboutWindow.h"
+
+namespace Kestrix {
+namespace Web {
+
+AboutWindow::AboutWindow() : Window("about") {}
+
+}  // namespace Web
+}  // namespace Kestrix
