@@ -42,6 +42,14 @@ void cv_log_set_echo_level(int level);
 /* 0 disables all logging. */
 void cv_log_set_enabled(int enabled);
 
+/* The two sinks cv_log_init never sets up. Each takes effect only while no
+ * sink is set up (else EBUSY) and lasts until cv_log_cleanup.
+ * Function sink: fn receives "LABEL message" (no newline, no timestamp). */
+typedef void (*cv_log_fn)(const char *text);
+int cv_log_set_function(cv_log_fn fn);
+/* System log sink: facility LOG_LOCAL2. */
+int cv_log_use_syslog(void);
+
 /* Crash backtrace support; nothing is installed on this platform. */
 int cv_btrace_init(void);
 int cv_btrace_cleanup(void);
