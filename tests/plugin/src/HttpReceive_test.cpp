@@ -1,0 +1,251 @@
+// How HttpRequest::invoke reads an answer that arrives in awkward pieces:
+// markers split across receive chunks, NUL bytes, odd Content-Length
+// values. A scripted server on loopback sends exact bytes with pauses in
+// between, so the chunk boundaries are under the test's control.
+#include "FileSystem.h"
+#include "HttpRequest.h"
+#include "HttpResponse.h"
+#include "KestrixApp.h"
+#include "TcpSocket.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NetLogCapture.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+
+using Kestrix::Web::HttpRequest;
+using Kestrix::Web::HttpResponse;
+using Kestrix::Web::TcpSocket;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Accepts one connection, reads the request, then sends `pieces` with
+// `gapMs` between them, and finally closes or keeps the connection open
+// until it is destroyed.
+class ScriptedServer {
+public:
+    ScriptedServer(std::vector<std::string> pieces, int gapMs, bool closeAfter)
+        : _pieces(std::move(pieces)), _gapMs(gapMs), _closeAfter(closeAfter) {
+        _listenFd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::bind(_listenFd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0 || ::listen(_listenFd, 4) != 0)
+            ADD_FAILURE() << "cannot listen";
+        socklen_t len = sizeof(a);
+        getsockname(_listenFd, reinterpret_cast<sockaddr*>(&a), &len);
+        _port = ntohs(a.sin_port);
+        _thread = std::thread([this] { serve(); });
+    }
+    ~ScriptedServer() {
+        _stop = true;
+        _thread.join();
+        ::close(_listenFd);
+    }
+    unsigned short port() const { return _port; }
+
+    // Splits text into pieces of one byte each.
+    static std::vector<std::string> bytes(const std::string& text) {
+        std::vector<std::string> out;
+        for (char c : text)
+            out.emplace_back(1, c);
+        return out;
+    }
+
+private:
+    bool waitReadable(int fd) {
+        for (int i = 0; i < 100 && !_stop; ++i) {
+            pollfd p{fd, POLLIN, 0};
+            if (poll(&p, 1, 50) == 1)
+                return true;
+        }
+        return false;
+    }
+
+    void serve() {
+        if (!waitReadable(_listenFd))
+            return;
+        const int fd = ::accept(_listenFd, nullptr, nullptr);
+        if (fd < 0)
+            return;
+        const int on = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+        // The requests in these tests have no body: the blank line ends them.
+        std::string request;
+        char buf[1024];
+        while (request.find("\r\n\r\n") == std::string::npos && waitReadable(fd)) {
+            const ssize_t n = ::recv(fd, buf, sizeof(buf), 0);
+            if (n <= 0)
+                break;
+            request.append(buf, static_cast<size_t>(n));
+        }
+        for (size_t i = 0; i < _pieces.size() && !_stop; ++i) {
+            if (i > 0 && _gapMs > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(_gapMs));
+            if (::send(fd, _pieces[i].data(), _pieces[i].size(), MSG_NOSIGNAL) < 0)
+                break;
+        }
+        if (!_closeAfter) {
+            while (!_stop)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ::close(fd);
+    }
+
+    std::vector<std::string> _pieces;
+    int _gapMs;
+    bool _closeAfter;
+    int _listenFd = -1;
+    unsigned short _port = 0;
+    std::atomic<bool> _stop{false};
+    std::thread _thread;
+};
+
+class HttpReceive : public ::testing::Test {
+protected:
+    void SetUp() override {
+        _env.privateHome(_home.path());
+        Kestrix::Web::FileSystem::resetCache();
+        Kestrix::Web::KestrixApp::resetCache();
+        // Short limits: a loop that misses its end shows up as a slow test
+        // that still finishes.
+        TcpSocket::setTimeouts({2000, 2000, 2000});
+    }
+    void TearDown() override {
+        TcpSocket::resetTimeouts();
+        Kestrix::Web::KestrixApp::resetCache();
+        Kestrix::Web::FileSystem::resetCache();
+    }
+
+    // Runs one GET against the server; the elapsed time goes to `ms`.
+    std::unique_ptr<HttpResponse> get(const ScriptedServer& server, long long& ms) {
+        HttpRequest request("127.0.0.1", server.port());
+        request.path = "/v4/kestrix/version";
+        const Clock::time_point start = Clock::now();
+        std::unique_ptr<HttpResponse> response(request.invoke());
+        ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+        return response;
+    }
+
+    CorvaneTest::TempDir _home;
+    CorvaneTest::ScopedEnv _env;
+};
+
+const char kHead[] = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 5\r\n\r\n";
+
+}  // namespace
+
+TEST_F(HttpReceive, MarkersSplitAtEveryByteAreStillFound) {
+    // One byte per chunk splits "Content-Length:", its line end and the
+    // blank line at every possible point. The server then keeps the
+    // connection open: only the announced length can end reception early.
+    CorvaneTest::NetLogCapture log;
+    ScriptedServer server(ScriptedServer::bytes(std::string(kHead) + "helloEXTRA"), 2, false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->statusCode(), 200);
+    EXPECT_EQ(response->header("Content-Length"), "5");
+    EXPECT_EQ(response->data(), "hello");
+    EXPECT_LT(ms, 1500);
+    EXPECT_EQ(log.countPrefix("ERR recv() returned"), 0u);
+}
+
+TEST_F(HttpReceive, BodyArrivingInLaterChunksIsCollectedUpToTheLength) {
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Le", "ngth: 12\r", "\n\r", "\nhello ", "world!", "!!"}, 20,
+                          false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "hello world!");
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, ZeroLengthEndsAtItsLineEvenBeforeTheBlankLine) {
+    // Reception stops at the "\r\n" after the 0; the blank line never
+    // arrives in time, so the text does not parse.
+    ScriptedServer server(ScriptedServer::bytes("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), 30, false);
+    long long ms = 0;
+    EXPECT_FALSE(get(server, ms));
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, ZeroLengthKeepsWhatCameInTheSameChunk) {
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\nbody"}, 0, false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "body");
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, LengthThatIsNotANumberEndsAtOnce) {
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: none\r\n", "\r\nlate"}, 50, false);
+    long long ms = 0;
+    EXPECT_FALSE(get(server, ms));
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, LengthAfterWhiteSpaceIsRead) {
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length:   3\r\n\r\nabcdef"}, 0, false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "abc");
+}
+
+TEST_F(HttpReceive, ChunksAreCutAtTheirFirstNulByte) {
+    // "cd" after the NUL is lost with the rest of its chunk; the next chunk
+    // makes up the announced 7 bytes.
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + std::string(1, '\0') + "cd", "efghi"},
+                          50, false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "abefghi");
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, LowerCaseLengthHeaderIsNotSeenAndTheAnswerIsReadUntilClose) {
+    CorvaneTest::NetLogCapture log;
+    ScriptedServer server({"HTTP/1.1 200 OK\r\ncontent-length: 2\r\n\r\nab", "cd"}, 50, true);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "abcd");
+    EXPECT_EQ(log.count("ERR recv() returned 0"), 1u);
+}
+
+TEST_F(HttpReceive, ContentLengthInTheBodyCountsToo) {
+    // The marker is looked for anywhere in the text received so far.
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nX: y\r\n\r\n", "Content-Length: 2\r\nabc"}, 50, false);
+    long long ms = 0;
+    auto response = get(server, ms);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->data(), "Co");
+    EXPECT_LT(ms, 1500);
+}
+
+TEST_F(HttpReceive, StatusLineWithoutReasonGivesNull) {
+    ScriptedServer server({"HTTP/1.1 200\r\nContent-Length: 2\r\n\r\nok"}, 0, false);
+    long long ms = 0;
+    EXPECT_FALSE(get(server, ms));
+    EXPECT_LT(ms, 1500);
+}
