@@ -1,0 +1,196 @@
+#include "PlatformUtils.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "../ClientTestSupport.h"
+#include "linux/LinuxPanelList.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+#include "KestrixApp.h"
+#include "Utils.h"
+#include "cv_log.h"
+#include "cv_process.h"
+
+extern char** environ;
+
+using CorvaneTest::ClientProcessGuard;
+using CorvaneTest::LogFileCapture;
+using CorvaneTest::ScopedEnv;
+using CorvaneTest::TempDir;
+using namespace Kestrix::Web;
+
+namespace {
+
+// Starts a copy of sleep under `name`, so /proc shows that name.
+pid_t startNamedSleeper(const TempDir& dir, const std::string& name) {
+    const std::string program = dir.file(name);
+    std::filesystem::copy_file("/bin/sleep", program, std::filesystem::copy_options::overwrite_existing);
+    char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>("30"), nullptr};
+    pid_t pid = -1;
+    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ) != 0)
+        return -1;
+    CorvaneTest::waitFor([&] { return CorvaneTest::processName(pid) == name; });
+    return pid;
+}
+
+void stopChild(pid_t pid) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
+
+}  // namespace
+
+TEST(PlatformMime, CommonExtensionsFromTheNameAlone) {
+    EXPECT_EQ("text/plain", PlatformUtils::mimeTypeForFileAtPath("/no/such/folder/notes.txt"));
+    EXPECT_EQ("text/html", PlatformUtils::mimeTypeForFileAtPath("/x/index.html"));
+    EXPECT_EQ("image/jpeg", PlatformUtils::mimeTypeForFileAtPath("/x/photo.jpg"));
+    EXPECT_EQ("image/jpeg", PlatformUtils::mimeTypeForFileAtPath("/x/PHOTO.JPG"));
+    EXPECT_EQ("image/png", PlatformUtils::mimeTypeForFileAtPath("/x/a.png"));
+    EXPECT_EQ("application/pdf", PlatformUtils::mimeTypeForFileAtPath("/x/report.pdf"));
+    EXPECT_EQ("application/json", PlatformUtils::mimeTypeForFileAtPath("/x/data.json"));
+    EXPECT_EQ("application/zip", PlatformUtils::mimeTypeForFileAtPath("/x/a.zip"));
+}
+
+TEST(PlatformMime, NoOrUnknownExtensionGivesEmpty) {
+    EXPECT_EQ("", PlatformUtils::mimeTypeForFileAtPath("/x/datafile"));
+    EXPECT_EQ("", PlatformUtils::mimeTypeForFileAtPath("/x/archive.qqzzunknown"));
+    EXPECT_EQ("", PlatformUtils::mimeTypeForFileAtPath("/x.txt/datafile")) << "only the file name counts";
+    EXPECT_EQ("", PlatformUtils::mimeTypeForFileAtPath(""));
+}
+
+TEST(PlatformVersion, FirstTwoNumbersOfTheKernelRelease) {
+    std::ifstream in("/proc/sys/kernel/osrelease");
+    unsigned expectMajor = 0, expectMinor = 0;
+    char dot = 0;
+    ASSERT_TRUE(in >> expectMajor >> dot >> expectMinor);
+
+    unsigned short major = 0, minor = 0;
+    PlatformUtils::getSystemVersion(&major, &minor);
+    EXPECT_EQ(expectMajor, major);
+    EXPECT_EQ(expectMinor, minor);
+
+    unsigned short onlyMinor = 999;
+    PlatformUtils::getSystemVersion(nullptr, &onlyMinor);
+    EXPECT_EQ(expectMinor, onlyMinor);
+    PlatformUtils::getSystemVersion(nullptr, nullptr);
+}
+
+TEST(PlatformProcesses, ClientPidIsFoundByExactNameAndZombiesDoNotCount) {
+    ClientProcessGuard guard;
+    TempDir dir;
+    EXPECT_EQ(-1, PlatformUtils::getKestrixPid());
+
+    const pid_t other = startNamedSleeper(dir, "corvanekestri");
+    ASSERT_GT(other, 0);
+    EXPECT_EQ(-1, PlatformUtils::getKestrixPid()) << "a prefix of the name is another program";
+
+    const pid_t client = startNamedSleeper(dir, "corvanekestrix");
+    ASSERT_GT(client, 0);
+    EXPECT_EQ(client, PlatformUtils::getKestrixPid());
+
+    // Killed but not yet reaped: still in /proc, no longer running.
+    kill(client, SIGKILL);
+    ASSERT_TRUE(CorvaneTest::waitFor([&] { return !CorvaneTest::processAlive(client); }));
+    EXPECT_EQ("corvanekestrix", CorvaneTest::processName(client));
+    EXPECT_EQ(-1, PlatformUtils::getKestrixPid());
+
+    waitpid(client, nullptr, 0);
+    stopChild(other);
+}
+
+TEST(PlatformProcesses, KillByNameKillsExactMatchesOnly) {
+    ClientProcessGuard guard;
+    TempDir dir;
+    const pid_t first = startNamedSleeper(dir, "corvanekestrix");
+    const pid_t similar = startNamedSleeper(dir, "corvanekestrix2");
+    ASSERT_GT(first, 0);
+    ASSERT_GT(similar, 0);
+
+    EXPECT_EQ(0, KillProcesses("corvanekestrix"));
+    int status = 0;
+    ASSERT_EQ(first, waitpid(first, &status, 0));
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(SIGKILL, WTERMSIG(status));
+    EXPECT_TRUE(CorvaneTest::processAlive(similar));
+
+    stopChild(similar);
+}
+
+TEST(PlatformLaunch, CommandReturnsAtOnceAndTheProgramLivesOn) {
+    TempDir dir;
+    const std::string folder = dir.mkdir("Corvane Apps");
+    const std::string marker = dir.file("started");
+    const std::string program = dir.write("Corvane Apps/corvanekestrix",
+                                          "#!/bin/sh\nsleep 0.5\necho \"$0\" > '" + marker + "'\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    ClientProcessGuard guard;
+
+    const std::string command = PlatformUtils::launchCommand(program);
+    EXPECT_EQ("\"" + program + "\" >/dev/null 2>&1 &", command);
+
+    const auto start = std::chrono::steady_clock::now();
+    pid_t shell = 0;
+    ASSERT_EQ(0, cv_process_create(&shell, command.c_str()));
+    PlatformUtils::launchCommandStarted(shell);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(took, std::chrono::milliseconds(400)) << "the shell does not wait for the program";
+    EXPECT_EQ(-1, waitpid(shell, nullptr, WNOHANG)) << "the shell has been reaped";
+
+    ASSERT_TRUE(CorvaneTest::waitFor([&] { return CorvaneTest::readFile(marker) == program + "\n"; }));
+}
+
+TEST(PlatformLaunch, SearchFoldersAndFileName) {
+    TempDir home;
+    ScopedEnv env;
+    env.set("HOME", home.path());
+    EXPECT_EQ("corvanekestrix", PlatformUtils::applicationFileName());
+    EXPECT_EQ((std::vector<std::string>{"/srv/apps", "/opt/corvane/kestrix/bin"}),
+              PlatformUtils::applicationSearchFolders("/srv/apps"));
+    EXPECT_EQ((std::vector<std::string>{home.path() + "/.local/bin", "/opt/corvane/kestrix/bin"}),
+              PlatformUtils::applicationSearchFolders(""));
+    env.unset("HOME");
+    EXPECT_EQ((std::vector<std::string>{"/opt/corvane/kestrix/bin"}), PlatformUtils::applicationSearchFolders(""));
+}
+
+TEST(PlatformPanels, ShowingPanelsAreSeenAndClosed) {
+    LogFileCapture log;
+    int firstAborted = 0, secondAborted = 0;
+    int first = 0, second = 0, stranger = 0;
+
+    EXPECT_FALSE(Utils::isSaveDialogOpen(nullptr));
+    Utils::closeSaveDialog(nullptr);
+    EXPECT_EQ(0u, log.countPrefix("LOG Closing file dialog")) << "nothing showing, nothing logged";
+
+    LinuxPanelList::add(&first, [&] {
+        ++firstAborted;
+        LinuxPanelList::remove(&first);
+    });
+    LinuxPanelList::add(&second, [&] {
+        ++secondAborted;
+        LinuxPanelList::remove(&second);
+    });
+    EXPECT_TRUE(Utils::isSaveDialogOpen(nullptr));
+    EXPECT_TRUE(Utils::isSaveDialogOpen(&first));
+    EXPECT_TRUE(Utils::isSaveDialogOpen(&stranger)) << "an unknown handle asks about any panel";
+
+    Utils::closeSaveDialog(&first);
+    EXPECT_EQ(1, firstAborted);
+    EXPECT_EQ(0, secondAborted);
+    EXPECT_EQ(1u, log.count("LOG Closing file dialog"));
+    cv_log("between");  // identical neighbours would share one log line
+
+    Utils::closeSaveDialog(&stranger);  // ends the innermost run
+    EXPECT_EQ(1, secondAborted);
+    EXPECT_EQ(2u, log.countPrefix("LOG Closing file dialog")) << log.text();
+    EXPECT_FALSE(Utils::isSaveDialogOpen(nullptr));
+}
