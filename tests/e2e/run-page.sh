@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# Runs one end-to-end page in corvane-browser under Xvfb with a private home
+# and compares what the page printed with the expected text.
+#
+# usage: run-page.sh --runner RUN_HEADLESS --browser BROWSER --page PAGE
+#                    --expected FILE --out DIR [--filter REGEX | --all-lines]
+#                    [--exit N] [--timeout-ms N] [--install FILE]...
+#                    [--background CMD] [--wait-for PATH]
+# DIR is emptied and then keeps the run: console.txt (everything the page
+# printed), actual.txt (the lines compared), screenshot.png and home/ (the
+# private home, with the plug-in's log). Before filtering, the page folder's
+# file:// URL is cut out of every line, so script error lines read
+# "page.html:LINE" wherever the tree lives.
+set -uo pipefail
+
+die() { echo "run-page: $*" >&2; exit 2; }
+
+runner="" browser="" page="" expected="" out=""
+filter="^E2E: " want_exit=0 timeout_ms=30000
+runner_args=()
+while [ $# -gt 0 ]; do
+  [ $# -ge 2 ] || [ "$1" = --all-lines ] || die "$1 needs a value"
+  case "$1" in
+    --runner) runner="$2"; shift 2 ;;
+    --browser) browser="$2"; shift 2 ;;
+    --page) page="$2"; shift 2 ;;
+    --expected) expected="$2"; shift 2 ;;
+    --out) out="$2"; shift 2 ;;
+    --filter) filter="$2"; shift 2 ;;
+    --all-lines) filter=""; shift ;;
+    --exit) want_exit="$2"; shift 2 ;;
+    --timeout-ms) timeout_ms="$2"; shift 2 ;;
+    --install|--background|--wait-for) runner_args+=("$1" "$2"); shift 2 ;;
+    *) die "unknown argument $1" ;;
+  esac
+done
+for v in runner browser page expected out; do
+  [ -n "${!v}" ] || die "--$v is missing"
+done
+[ -f "$page" ] || die "no page $page"
+[ -f "$expected" ] || die "no expected text $expected"
+
+rm -rf "$out"
+mkdir -p "$out" || die "cannot create $out"
+out="$(cd "$out" && pwd)"
+page="$(cd "$(dirname "$page")" && pwd)/$(basename "$page")"
+
+"$runner" --home "$out/home" "${runner_args[@]}" -- \
+  "$browser" --screenshot "$out/screenshot.png" --timeout-ms "$timeout_ms" "$page" > "$out/console.txt"
+status=$?
+
+page_dir_url="file://$(dirname "$page")/"
+while IFS= read -r line || [ -n "$line" ]; do
+  line="${line//"$page_dir_url"/}"
+  if [ -z "$filter" ] || [[ "$line" =~ $filter ]]; then
+    printf '%s\n' "$line"
+  fi
+done < "$out/console.txt" > "$out/actual.txt"
+
+failed=0
+if [ "$status" != "$want_exit" ]; then
+  echo "run-page: corvane-browser exited with $status, expected $want_exit" >&2
+  failed=1
+fi
+if ! diff -u --label expected --label actual "$expected" "$out/actual.txt" >&2; then
+  echo "run-page: the page's output differs from $expected" >&2
+  failed=1
+fi
+if [ "$failed" = 1 ]; then
+  echo "run-page: everything the page printed:" >&2
+  sed 's/^/  | /' "$out/console.txt" >&2
+  echo "run-page: the run is kept in $out" >&2
+  exit 1
+fi
+exit 0
