@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ScopedEnv.h"
+#include "TempDir.h"
+#include "cv_path.h"
+
+using CorvaneTest::ScopedEnv;
+using CorvaneTest::TempDir;
+
+namespace {
+
+// Canonical form of in, or "<-1>" when the call fails.
+std::string canonical(const std::string& in, size_t size = 256) {
+    std::vector<char> out(size + 1, '#');
+    int rc = cv_path_canonical_path(in.c_str(), out.data(), size);
+    if (rc == -1)
+        return "<-1>";
+    EXPECT_EQ(0, rc) << in;
+    return out.data();
+}
+
+}  // namespace
+
+TEST(PathCanonical, RebuildsComponents) {
+    EXPECT_EQ("/a/c", canonical("/a/b/../c"));
+    EXPECT_EQ("/a/b", canonical("/a/./b/."));
+    EXPECT_EQ("/a/b", canonical("//a///b//"));
+    EXPECT_EQ("a/b/c", canonical("a//b/./c/"));
+    EXPECT_EQ("/x/...", canonical("/x/..."));
+    EXPECT_EQ("/.hidden/..b/c.", canonical("/.hidden/..b/c."));
+    EXPECT_EQ("/a/d", canonical("/a/b/c/../../d"));
+}
+
+TEST(PathCanonical, DotDotWithoutParentIsDropped) {
+    EXPECT_EQ("/", canonical("/.."));
+    EXPECT_EQ("/a", canonical("/../../a"));
+    EXPECT_EQ("a", canonical("../a"));
+    EXPECT_EQ("b", canonical("a/../../b"));
+}
+
+TEST(PathCanonical, RootAndEmptyResults) {
+    EXPECT_EQ("/", canonical("/"));
+    EXPECT_EQ("/", canonical("///"));
+    EXPECT_EQ(".", canonical("."));
+    EXPECT_EQ(".", canonical("./"));
+    EXPECT_EQ(".", canonical("a/.."));
+    EXPECT_EQ(".", canonical("a/b/../../.."));
+
+    char out[4] = "xyz";
+    EXPECT_EQ(0, cv_path_canonical_path("", out, sizeof out));
+    EXPECT_STREQ("", out);
+}
+
+TEST(PathCanonical, BackslashesBecomeSlashes) {
+    EXPECT_EQ("a/c", canonical("a\\b\\..\\c"));
+    EXPECT_EQ("/srv/share/x", canonical("\\\\srv\\share\\\\x\\"));
+    // A one-letter "scheme" is a drive letter, not a URI.
+    EXPECT_EQ("C:/dir/file", canonical("C:\\dir\\.\\file"));
+}
+
+TEST(PathCanonical, NewlineFails) {
+    EXPECT_EQ("<-1>", canonical("/tmp/a\nb"));
+    EXPECT_EQ("<-1>", canonical("/tmp/a\n"));
+    EXPECT_EQ("<-1>", canonical("http://x/\n"));
+}
+
+TEST(PathCanonical, UrisAreCopiedUnchanged) {
+    EXPECT_EQ("http://host//a/../b/./", canonical("http://host//a/../b/./"));
+    EXPECT_EQ("file:///a/./b", canonical("file:///a/./b"));
+    EXPECT_EQ("vexl://x\\y/../z/", canonical("vexl://x\\y/../z/"));
+    EXPECT_EQ("x-a+b.c:..\\..", canonical("x-a+b.c:..\\.."));
+    // Too small for the unchanged copy.
+    EXPECT_EQ("<-1>", canonical("http://h/", 9));
+    EXPECT_EQ("http://h/", canonical("http://h/", 10));
+}
+
+TEST(PathCanonical, OutputThatDoesNotFitFails) {
+    EXPECT_EQ("<-1>", canonical("/abc", 4));
+    EXPECT_EQ("/abc", canonical("/abc", 5));
+    EXPECT_EQ("<-1>", canonical("/a//b/", 4));
+    EXPECT_EQ("/a/b", canonical("/a//b/", 5));
+    EXPECT_EQ("<-1>", canonical("/", 1));
+    EXPECT_EQ("<-1>", canonical("a/..", 1));
+    EXPECT_EQ(".", canonical("a/..", 2));
+    char out[8];
+    EXPECT_EQ(-1, cv_path_canonical_path("/a", out, 0));
+    EXPECT_EQ(-1, cv_path_canonical_path(nullptr, out, sizeof out));
+}
+
+TEST(PathCanonical, InPlace) {
+    char buf[64] = "//usr/./local\\..//lib/";
+    ASSERT_EQ(0, cv_path_canonical_path(buf, buf, sizeof buf));
+    EXPECT_STREQ("/usr/lib", buf);
+    char rel[64] = "./a/../b//c/";
+    ASSERT_EQ(0, cv_path_canonical_path(rel, rel, sizeof rel));
+    EXPECT_STREQ("b/c", rel);
+}
+
+TEST(PathUri, SchemeRules) {
+    EXPECT_EQ(1, cv_uri_valid_uri("http://x"));
+    EXPECT_EQ(1, cv_uri_valid_uri("ab:"));
+    EXPECT_EQ(1, cv_uri_valid_uri("h+t-t.p2:rest"));
+    EXPECT_EQ(0, cv_uri_valid_uri("c:/x"));
+    EXPECT_EQ(0, cv_uri_valid_uri("1http://x"));
+    EXPECT_EQ(0, cv_uri_valid_uri("ht tp://x"));
+    EXPECT_EQ(0, cv_uri_valid_uri("/http://x"));
+    EXPECT_EQ(0, cv_uri_valid_uri("http"));
+    EXPECT_EQ(0, cv_uri_valid_uri(""));
+    EXPECT_EQ(0, cv_uri_valid_uri(nullptr));
+}
+
+TEST(PathAppend, JoinsAndCanonicalises) {
+    char out[64];
+    ASSERT_EQ(0, cv_path_append("/usr/", "lib/../bin/", out, sizeof out));
+    EXPECT_STREQ("/usr/bin", out);
+    ASSERT_EQ(0, cv_path_append("", "a/./b", out, sizeof out));
+    EXPECT_STREQ("a/b", out);
+    ASSERT_EQ(0, cv_path_append(nullptr, "/x//y", out, sizeof out));
+    EXPECT_STREQ("/x/y", out);
+    ASSERT_EQ(0, cv_path_append("/home/u", "", out, sizeof out));
+    EXPECT_STREQ("/home/u", out);
+
+    EXPECT_EQ(-1, cv_path_append("/abc", "def", out, 8));
+    ASSERT_EQ(0, cv_path_append("/abc", "def", out, 9));
+    EXPECT_STREQ("/abc/def", out);
+}
+
+TEST(PathAppend, OutputMayBeTheName) {
+    char name[64] = "corvane.log";
+    ASSERT_EQ(0, cv_path_append("/home/u/Library/Logs/Corvane", name, name, sizeof name));
+    EXPECT_STREQ("/home/u/Library/Logs/Corvane/corvane.log", name);
+}
+
+TEST(PathPrefix, LeadingSeparatorsFormTheRoot) {
+    char prefix[4];
+    EXPECT_EQ(1, cv_path_extract_prefix("/a", prefix, sizeof prefix));
+    EXPECT_STREQ("/", prefix);
+    EXPECT_EQ(3, cv_path_extract_prefix("/\\/a", prefix, sizeof prefix));
+    EXPECT_STREQ("/", prefix);
+    EXPECT_EQ(0, cv_path_extract_prefix("a/b", prefix, sizeof prefix));
+    EXPECT_STREQ("", prefix);
+    EXPECT_EQ(-1, cv_path_extract_prefix("/a", prefix, 1));
+}
+
+TEST(PathPrefix, UncParts) {
+    char server[8], share[8];
+    ASSERT_EQ(0, cv_path_unc_parts("//server/share/rest/x", server, sizeof server, share, sizeof share));
+    EXPECT_STREQ("server", server);
+    EXPECT_STREQ("share", share);
+    ASSERT_EQ(0, cv_path_unc_parts("\\\\srv\\shr", server, sizeof server, share, sizeof share));
+    EXPECT_STREQ("srv", server);
+    EXPECT_STREQ("shr", share);
+
+    EXPECT_EQ(-1, cv_path_unc_parts("/server/share", server, sizeof server, share, sizeof share));
+    EXPECT_EQ(-1, cv_path_unc_parts("///server/share", server, sizeof server, share, sizeof share));
+    EXPECT_EQ(-1, cv_path_unc_parts("//server", server, sizeof server, share, sizeof share));
+    EXPECT_EQ(-1, cv_path_unc_parts("//server/", server, sizeof server, share, sizeof share));
+    EXPECT_EQ(-1, cv_path_unc_parts("//longserver/s", server, sizeof server, share, sizeof share));
+    EXPECT_EQ(-1, cv_path_unc_parts("//s/longshare", server, sizeof server, share, sizeof share));
+}
+
+TEST(PathPrefix, NextDirsep) {
+    const char* p = "ab/c\\d";
+    EXPECT_EQ(p + 2, cv_path_next_dirsep(p));
+    EXPECT_EQ(p + 2, cv_path_next_dirsep(p + 2));
+    EXPECT_EQ(p + 4, cv_path_next_dirsep(p + 3));
+    EXPECT_EQ(nullptr, cv_path_next_dirsep(p + 5));
+    EXPECT_EQ(nullptr, cv_path_next_dirsep(nullptr));
+}
+
+TEST(PathFindFile, SkipsMissingFolderAndFindsInSecond) {
+    TempDir tmp;
+    std::string missing = tmp.file("missing");
+    std::string apps = tmp.mkdir("apps");
+    tmp.write("apps/corvanekestrix", "#!/bin/sh\n");
+    const char* dirs[] = {missing.c_str(), apps.c_str(), nullptr};
+
+    char out[512];
+    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", dirs, out, sizeof out));
+    EXPECT_EQ(apps + "/corvanekestrix", out);
+
+    // A folder is found as well as a file (application bundles are folders).
+    tmp.mkdir("apps/Client.app");
+    ASSERT_EQ(0, cv_path_find_file_in_paths("Client.app", dirs, out, sizeof out));
+    EXPECT_EQ(apps + "/Client.app", out);
+
+    // The first folder wins when both hold the name.
+    std::string first = tmp.mkdir("first");
+    tmp.write("first/corvanekestrix", "");
+    const char* both[] = {first.c_str(), apps.c_str(), nullptr};
+    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", both, out, sizeof out));
+    EXPECT_EQ(first + "/corvanekestrix", out);
+}
+
+TEST(PathFindFile, Failures) {
+    TempDir tmp;
+    std::string apps = tmp.mkdir("apps");
+    tmp.write("apps/tool", "");
+    const char* dirs[] = {apps.c_str(), nullptr};
+    char out[512];
+
+    EXPECT_EQ(-1, cv_path_find_file_in_paths("other", dirs, out, sizeof out));
+    EXPECT_EQ(-1, cv_path_find_file_in_paths("", dirs, out, sizeof out));
+    const char* none[] = {nullptr};
+    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", none, out, sizeof out));
+}
+
+TEST(PathFindFile, SizeLimit) {
+    TempDir tmp;
+    std::string apps = tmp.mkdir("apps");
+    tmp.write("apps/tool", "");
+    const char* dirs[] = {apps.c_str(), nullptr};
+    char out[512];
+
+    // dir + "/" + name + NUL fits exactly.
+    size_t exact = apps.size() + 4 + 2;
+    ASSERT_EQ(0, cv_path_find_file_in_paths("tool", dirs, out, exact));
+    EXPECT_EQ(apps + "/tool", out);
+    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", dirs, out, exact - 1));
+
+    // The search stops at the first candidate that does not fit, even when a
+    // later, shorter one would.
+    std::string longMissing = tmp.file("a-much-longer-folder-name-that-does-not-exist");
+    const char* order[] = {longMissing.c_str(), apps.c_str(), nullptr};
+    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", order, out, exact));
+}
+
+TEST(PathHome, CanonicalHome) {
+    TempDir tmp;
+    ScopedEnv env;
+    env.set("HOME", tmp.path() + "//user/./x/");
+    char buf[512];
+    std::string expected = tmp.path() + "/user/x";
+    EXPECT_EQ(static_cast<int>(expected.size()), cv_path_home_dir(buf, sizeof buf));
+    EXPECT_EQ(expected, buf);
+    EXPECT_EQ(-1, cv_path_home_dir(buf, expected.size()));
+    EXPECT_EQ(-1, cv_path_home_dir(buf, 0));
+
+    env.unset("HOME");
+    EXPECT_EQ(-1, cv_path_home_dir(buf, sizeof buf));
+}
