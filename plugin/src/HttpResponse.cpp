@@ -45,7 +45,7 @@ HttpResponse* HttpResponse::parse(const std::string& text) {
     std::string::size_type pos = statusEnd + 2;
     for (;;) {
         if (text.compare(pos, 2, kLineEnd) == 0) {
-            response->setData(text.substr(pos + 2));
+            response->_data.assign(text, pos + 2, std::string::npos);  // one copy of a large body
             return response.release();
         }
         const std::string::size_type lineEnd = text.find(kLineEnd, pos);
