@@ -13,7 +13,9 @@
 #                       programs that sit beside it); QTWEBKIT_PLUGIN_PATH
 #                       then points there, MOZ_PLUGIN_PATH is cleared
 #   --background CMD    start the shell command CMD in the private home
-#                       before COMMAND, and stop it (TERM, then KILL) after
+#                       before COMMAND, and stop it (TERM, then KILL) after;
+#                       its standard output goes to standard error, so that
+#                       standard output carries only COMMAND's
 #   --wait-for PATH     before COMMAND, wait up to 20 s for PATH (relative
 #                       to the private HOME) to exist, e.g. a file that a
 #                       --background program writes when it is ready
@@ -94,7 +96,7 @@ if [ ${#installs[@]} -gt 0 ]; then
 fi
 
 for cmd in "${backgrounds[@]}"; do
-  (cd "$home" && exec /bin/sh -c "$cmd") &
+  (cd "$home" && exec /bin/sh -c "$cmd" >&2) &
   bg_pids+=($!)
 done
 for w in "${waits[@]}"; do
