@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Runs a command (usually corvane-browser) the way QtWebKit with NPAPI
 # plug-ins runs reliably without a screen: under Xvfb (1024x768, 24 bits),
-# with a private HOME whose XDG folders live inside it, GSettings in memory,
-# and neither the desktop's platform theme nor its desktop name (with the
-# GTK 3 theme loaded, any plug-in brings the browser down).
+# with a private HOME whose XDG folders and TMPDIR live inside it, GSettings
+# in memory, and neither the desktop's platform theme nor its desktop name
+# (with the GTK 3 theme loaded, any plug-in brings the browser down).
 #
 # usage: run-headless.sh [options] [--] COMMAND [ARGS...]
 #   --home DIR          use DIR as the private HOME and keep it afterwards
@@ -83,6 +83,10 @@ export XDG_CACHE_HOME="$home/.cache"
 export XDG_RUNTIME_DIR="$home/.runtime"
 mkdir -p "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_STATE_HOME" "$XDG_CACHE_HOME" "$XDG_RUNTIME_DIR"
 chmod 700 "$XDG_RUNTIME_DIR"
+# xvfb-run keeps its X authority file in a temporary folder, and leaves its
+# Xvfb running when that folder vanishes under it: keep it in the home.
+export TMPDIR="$home/.tmp"
+mkdir -p "$TMPDIR"
 export GSETTINGS_BACKEND=memory
 unset QT_QPA_PLATFORMTHEME XDG_CURRENT_DESKTOP
 
