@@ -150,20 +150,62 @@ void dropDescriptor() {
     if (current >= 0) close(current);
 }
 
-// The repeat line, then date, time, "[pid-thread]". Returns the length, or
-// -1 when it does not fit.
-int formatPrefix(char* out, unsigned repeats, const struct tm& tm) {
-    void* thread = reinterpret_cast<void*>(pthread_self());
+// Per thread: the date and time of the current second and the
+// "[pid-thread] " tag, formatted once and reused until the second (or the
+// cached pid) changes. Each thread converts the time into its own tm, so no
+// thread ever sees another one's half-written fields, and a busy log skips
+// the conversion and the formatting for most lines.
+struct LineStamp {
+    time_t second = -1;
+    size_t dateLen = 0;
+    char date[64] = {};
+    unsigned pid = 0;
+    size_t tagLen = 0;
+    char tag[64] = {};
+};
+thread_local LineStamp t_stamp;
+
+// False when the local time cannot be had: then the line is not written.
+bool refreshStamp(LineStamp& stamp) {
+    time_t now = time(nullptr);
+    if (stamp.dateLen == 0 || now != stamp.second) {
+        struct tm tm;
+        if (cv_time_localtime(&now, &tm) != 0) return false;
+        int n = snprintf(stamp.date, sizeof stamp.date, "%04d-%02d-%02d %02d:%02d:%02d ", tm.tm_year + 1900,
+                         tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+        if (n < 0 || static_cast<size_t>(n) >= sizeof stamp.date) return false;
+        stamp.second = now;
+        stamp.dateLen = static_cast<size_t>(n);
+    }
     unsigned pid = s_pid.load(std::memory_order_relaxed);
-    int n;
-    if (repeats == 0)
-        n = snprintf(out, kPrefixArea, "%.*d%04d-%02d-%02d %02d:%02d:%02d [%x-%p] ", 0, 0, tm.tm_year + 1900,
-                     tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, pid, thread);
-    else
-        n = snprintf(out, kPrefixArea, "Last message repeated %.*d times\n%04d-%02d-%02d %02d:%02d:%02d [%x-%p] ",
-                     0, static_cast<int>(repeats), tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour,
-                     tm.tm_min, tm.tm_sec, pid, thread);
-    return (n < 0 || static_cast<size_t>(n) >= kPrefixArea) ? -1 : n;
+    if (stamp.tagLen == 0 || pid != stamp.pid) {
+        int n = snprintf(stamp.tag, sizeof stamp.tag, "[%x-%p] ", pid, reinterpret_cast<void*>(pthread_self()));
+        if (n < 0 || static_cast<size_t>(n) >= sizeof stamp.tag) return false;
+        stamp.pid = pid;
+        stamp.tagLen = static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// "Last message repeated N times\n" when N > 0, then "date time [pid-thread] ":
+// the same text as the single format
+//   "Last message repeated %.*d times\n%04d-%02d-%02d %02d:%02d:%02d [%x-%p] "
+// (or "%.*d%04d-..." with precision and value 0 when there is nothing to
+// report), built from the pieces cached above. Returns the length, or -1
+// when it does not fit.
+int formatPrefix(char* out, unsigned repeats, const LineStamp& stamp) {
+    size_t n = 0;
+    if (repeats > 0) {
+        int r = snprintf(out, kPrefixArea, "Last message repeated %.*d times\n", 0, static_cast<int>(repeats));
+        if (r < 0) return -1;
+        n = static_cast<size_t>(r);
+    }
+    if (n + stamp.dateLen + stamp.tagLen >= kPrefixArea) return -1;
+    memcpy(out + n, stamp.date, stamp.dateLen);
+    n += stamp.dateLen;
+    memcpy(out + n, stamp.tag, stamp.tagLen);
+    n += stamp.tagLen;
+    return static_cast<int>(n);
 }
 
 // Label and message for the function and system-log sinks.
@@ -195,13 +237,12 @@ int fileMessage(int level, const char* fmt, va_list ap) {
         if (stderrOnly) return 0;
     }
 
-    time_t now = time(nullptr);
-    struct tm tm;
-    if (cv_time_localtime(&now, &tm) != 0) return 0;
+    LineStamp& stamp = t_stamp;
+    if (!refreshStamp(stamp)) return 0;
 
     unsigned repeats = s_repeats.exchange(0, std::memory_order_relaxed);
     char prefix[kPrefixArea];
-    int prefixLen = formatPrefix(prefix, repeats, tm);
+    int prefixLen = formatPrefix(prefix, repeats, stamp);
     if (prefixLen < 0) {
         s_repeats.fetch_add(repeats, std::memory_order_relaxed);
         return 0;
