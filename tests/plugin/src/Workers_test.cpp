@@ -1,0 +1,265 @@
+#include "RequestWorker.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Callback.h"
+#include "HttpRequest.h"
+#include "HttpResponse.h"
+#include "Messages.h"
+#include "NetLogCapture.h"
+#include "SimClientFixture.h"
+#include "Utils.h"
+
+using CorvaneTest::NetLogCapture;
+using Kestrix::Web::Callback;
+using Kestrix::Web::HttpRequest;
+using Kestrix::Web::HttpResponse;
+using Kestrix::Web::kContentTypeJson;
+using Kestrix::Web::kErrorKestrixRequest;
+using Kestrix::Web::RequestWorker;
+using Kestrix::Web::Utils;
+
+namespace {
+
+const auto kWait = std::chrono::seconds(10);
+
+// What the callbacks of one test saw, filled in on the worker's thread.
+class CallRecord {
+public:
+    void called(const std::string& name, HttpResponse* response) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        // The response only lives during the call: copy what matters.
+        _calls.push_back(name + (response ? " " + std::to_string(response->statusCode()) + " " + response->data()
+                                          : " null"));
+        _threads.push_back(std::this_thread::get_id());
+        _changed.notify_all();
+    }
+    void deleted(const std::string& name) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _deleted.push_back(name);
+        _changed.notify_all();
+    }
+    bool waitForCalls(size_t count) {
+        std::unique_lock<std::mutex> lock(_mutex);
+        return _changed.wait_for(lock, kWait, [&] { return _calls.size() >= count; });
+    }
+    std::vector<std::string> calls() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _calls;
+    }
+    std::vector<std::string> deleted() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _deleted;
+    }
+    std::vector<std::thread::id> threads() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _threads;
+    }
+
+private:
+    mutable std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<std::string> _calls;
+    std::vector<std::string> _deleted;
+    std::vector<std::thread::id> _threads;
+};
+
+class RecordingCallback : public Callback {
+public:
+    RecordingCallback(CallRecord& record, const std::string& name, std::function<void()> during = nullptr)
+        : _record(record), _name(name), _during(std::move(during)) {}
+    ~RecordingCallback() override { _record.deleted(_name); }
+    void handleCallback(void* subject) override {
+        _record.called(_name, static_cast<HttpResponse*>(subject));
+        if (_during)
+            _during();
+    }
+
+private:
+    CallRecord& _record;
+    std::string _name;
+    std::function<void()> _during;
+};
+
+class RequestWorkerTest : public CorvaneTest::SimClientTest {
+protected:
+    // A GET of `target` to the simulator, reporting to a callback named `target`.
+    HttpRequest* get(const std::string& target, std::function<void()> during = nullptr) {
+        HttpRequest* request = Utils::createHttpRequest(HttpRequest::kGetMethod, target, "", kContentTypeJson);
+        EXPECT_NE(nullptr, request);
+        if (request)
+            request->setCallback(new RecordingCallback(_record, target, std::move(during)));
+        return request;
+    }
+    // The bodies the simulator answers to unknown targets.
+    static std::string notFound(const std::string& target) {
+        return target + " 404 {\"error\":{\"code\":404,\"user_message\":\"Not found: " + target + "\"}}";
+    }
+
+    CallRecord _record;
+};
+
+TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    ASSERT_TRUE(_sim.control("mode=slow&delay_ms=500&path=/order/1&times=1"));
+    RequestWorker worker;
+    worker.start();
+
+    worker.addRequest(get("/order/1"));
+    ASSERT_TRUE(waitForRequests("/order/1", 1));  // in flight, its answer held back
+    worker.addRequest(get("/order/2"));
+    worker.addRequest(get("/order/3"));
+    worker.addRequest(get("/order/4"));
+
+    ASSERT_TRUE(_record.waitForCalls(4));
+    EXPECT_EQ((std::vector<std::string>{notFound("/order/1"), notFound("/order/2"), notFound("/order/3"),
+                                        notFound("/order/4")}),
+              _record.calls());
+    std::vector<std::string> sent;
+    for (const auto& request : allRequests()) {
+        if (request.target.compare(0, 7, "/order/") == 0)
+            sent.push_back(request.target);
+    }
+    EXPECT_EQ((std::vector<std::string>{"/order/1", "/order/2", "/order/3", "/order/4"}), sent);
+    for (std::thread::id id : _record.threads())
+        EXPECT_NE(std::this_thread::get_id(), id);
+
+    worker.stop();
+    worker.join();
+    EXPECT_TRUE(worker.isDone());
+    EXPECT_EQ(4u, _record.deleted().size());
+}
+
+TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueue)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    ASSERT_TRUE(_sim.control("mode=slow&delay_ms=800&path=/slow"));
+    {
+        RequestWorker worker;
+        worker.start();
+        worker.addRequest(get("/slow"));
+        ASSERT_TRUE(waitForRequests("/slow", 1));
+        worker.addRequest(get("/queued"));
+
+        worker.stop();
+        worker.join();
+        EXPECT_TRUE(worker.isDone());
+        // The request in flight completed and was deleted, without its callback.
+        EXPECT_TRUE(_record.calls().empty());
+        EXPECT_EQ(std::vector<std::string>{"/slow"}, _record.deleted());
+    }
+    // The queued one went with the worker, unrun.
+    EXPECT_TRUE(_record.calls().empty());
+    EXPECT_EQ((std::vector<std::string>{"/slow", "/queued"}), _record.deleted());
+    EXPECT_TRUE(requestsTo("/queued").empty());
+}
+
+TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    RequestWorker worker;
+    worker.start();
+    worker.addRequest(get("/held", [&] {
+        entered.set_value();
+        released.wait();
+    }));
+    ASSERT_EQ(std::future_status::ready, entered.get_future().wait_for(kWait));
+
+    std::future<void> stopped = std::async(std::launch::async, [&] { worker.stop(); });
+    // The callback holds the worker's lock, so stop() cannot get through yet.
+    EXPECT_EQ(std::future_status::timeout, stopped.wait_for(std::chrono::milliseconds(100)));
+    release.set_value();
+    ASSERT_EQ(std::future_status::ready, stopped.wait_for(kWait));
+    worker.join();
+
+    EXPECT_EQ(std::vector<std::string>{notFound("/held")}, _record.calls());
+}
+
+TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
+{
+    NetLogCapture log;
+    RequestWorker worker;
+    worker.start();
+    // No client is running or installed in this home.
+    HttpRequest* request = new HttpRequest("127.0.0.1", 9);
+    request->path = "/unreachable";
+    request->setCallback(new RecordingCallback(_record, "/unreachable"));
+    worker.addRequest(request);
+
+    ASSERT_TRUE(_record.waitForCalls(1));
+    EXPECT_EQ(std::vector<std::string>{"/unreachable null"}, _record.calls());
+    worker.stop();
+    worker.join();
+    EXPECT_EQ(std::vector<std::string>{"/unreachable"}, _record.deleted());
+    EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
+}
+
+TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse)
+{
+    ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/dropped"})) << _sim.error();
+    NetLogCapture log;
+    RequestWorker worker;
+    worker.start();
+    worker.addRequest(get("/dropped"));
+
+    ASSERT_TRUE(_record.waitForCalls(1));
+    worker.stop();
+    worker.join();
+    EXPECT_EQ(std::vector<std::string>{"/dropped null"}, _record.calls());
+    EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
+}
+
+TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun)
+{
+    {
+        RequestWorker worker;
+        for (const char* name : {"/a", "/b"}) {
+            HttpRequest* request = new HttpRequest("127.0.0.1", 9);
+            request->setCallback(new RecordingCallback(_record, name));
+            worker.addRequest(request);
+        }
+        worker.addRequest(nullptr);
+    }
+    EXPECT_TRUE(_record.calls().empty());
+    EXPECT_EQ((std::vector<std::string>{"/a", "/b"}), _record.deleted());
+}
+
+TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing)
+{
+    NetLogCapture log(2);
+    RequestWorker worker;
+    EXPECT_NO_THROW(worker.join());
+    EXPECT_FALSE(worker.isDone());
+    EXPECT_TRUE(log.has("DBG Worker::join() - started?=0 done?=0"));
+    EXPECT_TRUE(log.has("DBG Worker::join() - done"));
+}
+
+TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
+{
+    NetLogCapture log(2);
+    RequestWorker worker;
+    worker.stop();
+    worker.start();
+    worker.join();
+    EXPECT_TRUE(worker.isDone());
+    EXPECT_TRUE(log.has("DBG RequestWorker::run() - done"));
+    // A finished loop is not stopped again.
+    log.clear();
+    worker.stop();
+    EXPECT_EQ(std::vector<std::string>{"DBG RequestWorker::stop() - done?=1"}, log.all());
+}
+
+}  // namespace
