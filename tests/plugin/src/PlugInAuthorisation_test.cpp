@@ -1,0 +1,155 @@
+// Which transfer bodies and destinations a page may send: the approved file
+// list, the chosen download folder and the body validator.
+#include "PlugIn.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "TempDir.h"
+
+using Kestrix::Web::PlugIn;
+
+namespace {
+
+std::string error(const std::string& message) { return "{\"error\":{\"code\":-1,\"user_message\":\"" + message + "\"}}"; }
+
+std::string sendBody(const std::string& sourceRoot, const std::string& pathsJson) {
+    std::string root = sourceRoot.empty() ? "" : "\"source_root\":\"" + sourceRoot + "\",";
+    return "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"," + root + "\"paths\":" + pathsJson +
+           "}}]}";
+}
+
+std::string receiveBody(const std::string& destinationRoot, const std::string& absolute = "true") {
+    return "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":" + absolute +
+           "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + destinationRoot + "\"}}]}";
+}
+
+TEST(ApprovedFiles, ExactPathsOnlyWithBackslashesAndOneTrailingSlashNormalised) {
+    PlugIn::addToApprovedFileList({"/Users/a/Pictures/", "C:/dir/f.txt", "/x/two//"});
+    EXPECT_TRUE(PlugIn::isFileAllowed("/Users/a/Pictures"));
+    EXPECT_TRUE(PlugIn::isFileAllowed("/Users/a/Pictures/"));
+    EXPECT_FALSE(PlugIn::isFileAllowed("/Users/a/Pictures/x.jpg"));
+    EXPECT_FALSE(PlugIn::isFileAllowed("/Users/a"));
+    EXPECT_FALSE(PlugIn::isFileAllowed("/users/a/pictures"));
+    EXPECT_TRUE(PlugIn::isFileAllowed("C:\\dir\\f.txt"));
+    // Only one trailing slash is taken off, on both sides.
+    EXPECT_TRUE(PlugIn::isFileAllowed("/x/two//"));
+    EXPECT_FALSE(PlugIn::isFileAllowed("/x/two/"));
+    EXPECT_FALSE(PlugIn::isFileAllowed("/x/two"));
+    EXPECT_EQ(1u, PlugIn::approvedFiles().count("/x/two/"));
+    EXPECT_EQ(1u, PlugIn::approvedFiles().count("/Users/a/Pictures"));
+}
+
+TEST(ApprovedFiles, EmptyPathThrowsOutOfRange) {
+    EXPECT_THROW(PlugIn::isFileAllowed(""), std::out_of_range);
+    EXPECT_THROW(PlugIn::addToApprovedFileList({"/ok", ""}), std::out_of_range);
+    EXPECT_NO_THROW(PlugIn::addToApprovedFileList({}));
+}
+
+TEST(ApprovedFiles, SharedByEveryInstance) {
+    PlugIn first;
+    PlugIn second;
+    first.addToApprovedFileList({"/shared/by/all.txt"});
+    EXPECT_TRUE(second.isFileAllowed("/shared/by/all.txt"));
+}
+
+TEST(DestinationRoot, OnlyTheFirstByteAndTheByteAfterTheChosenFolderAreTested) {
+    PlugIn plugin;
+    EXPECT_FALSE(plugin.allowDestRoot("/anything"));  // nothing chosen yet
+    plugin.setLastSelectedPath("\\Users\\a\\Downloads");
+    EXPECT_EQ("/Users/a/Downloads", plugin.lastSelectedPath());
+    EXPECT_TRUE(plugin.allowDestRoot("/Users/a/Downloads"));
+    EXPECT_TRUE(plugin.allowDestRoot("/Users/a/Downloads/sub"));
+    EXPECT_TRUE(plugin.allowDestRoot("\\Users\\a\\Downloads\\sub"));
+    EXPECT_FALSE(plugin.allowDestRoot("/Users/a/DownloadsX"));
+    EXPECT_FALSE(plugin.allowDestRoot("/Users/a"));  // shorter
+    // Deliberately weak: the first byte need only occur somewhere in the
+    // chosen folder, the rest of the prefix is not compared.
+    EXPECT_TRUE(plugin.allowDestRoot("/tmp/zzzzzzzzzzzzz/y"));
+    EXPECT_TRUE(plugin.allowDestRoot("wwwwwwwwwwwwwwwwww"));  // 'w' is in "Downloads"
+    EXPECT_FALSE(plugin.allowDestRoot("Zzzzzzzzzzzzzzzzzz"));
+    EXPECT_FALSE(plugin.allowDestRoot("/tmp/zzzzzzzzzzzzzzy"));  // byte L is not '/'
+}
+
+TEST(DestinationRoot, TrailingSlashOfTheChosenFolderIsKept) {
+    PlugIn plugin;
+    plugin.setLastSelectedPath("/dl/");
+    EXPECT_TRUE(plugin.allowDestRoot("/dl/"));
+    EXPECT_FALSE(plugin.allowDestRoot("/dl/x"));  // byte 4 is 'x'
+    EXPECT_TRUE(plugin.allowDestRoot("/dl//x"));
+}
+
+TEST(JsonValidation, ParseErrorsCarryTheParsersText) {
+    PlugIn plugin;
+    std::string result = plugin.isJsonValid("{\"a\":");
+    EXPECT_EQ(0u, result.find("{\"error\":{\"code\":-1,\"user_message\":\"Error parsing JSON: ")) << result;
+    EXPECT_GT(result.size(), error("Error parsing JSON: ").size());
+}
+
+TEST(JsonValidation, BodiesWithoutTransferSpecsAreValid) {
+    PlugIn plugin;
+    EXPECT_EQ("", plugin.isJsonValid("{}"));
+    EXPECT_EQ("", plugin.isJsonValid("{\"transfer_specs\":[]}"));
+    EXPECT_EQ("", plugin.isJsonValid("{\"transfer_specs\":{}}"));
+    EXPECT_EQ("", plugin.isJsonValid("[1,2]"));
+}
+
+TEST(JsonValidation, AppIdIsBoundToThePageHostOnlyWithACaret) {
+    PlugIn plugin;
+    plugin.setPageHostname("portal");
+    EXPECT_EQ("", plugin.isJsonValid("{\"corvane_kestrix_settings\":{\"app_id\":\"^portal\"}}"));
+    EXPECT_EQ("", plugin.isJsonValid("{\"corvane_kestrix_settings\":{\"app_id\":\"anything\"}}"));
+    EXPECT_EQ(error("Invalid application ID hostname: portal"),
+              plugin.isJsonValid("{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"}}"));
+    // A number reads as its text, which has no caret.
+    EXPECT_EQ("", plugin.isJsonValid("{\"corvane_kestrix_settings\":{\"app_id\":5}}"));
+}
+
+TEST(JsonValidation, SourcesAreJoinedToTheSourceRoot) {
+    PlugIn plugin;
+    PlugIn::addToApprovedFileList({"/Users/a/x.txt", "/x.txt"});
+    EXPECT_EQ("", plugin.isJsonValid(sendBody("/Users/a", "[{\"source\":\"/x.txt\"}]")));
+    EXPECT_EQ("", plugin.isJsonValid(sendBody("\\\\Users\\\\a\\\\", "[{\"source\":\"x.txt\"}]")));
+    EXPECT_EQ("", plugin.isJsonValid(sendBody("", "[{\"source\":\"x.txt\"}]")));
+    EXPECT_EQ(error("The website attempted to upload an unauthorized file or folder: /Users/a/y.txt"),
+              plugin.isJsonValid(sendBody("/Users/a", "[{\"source\":\"y.txt\"}]")));
+}
+
+TEST(JsonValidation, PathsMustBeAnArrayOfObjectsWithStringSources) {
+    PlugIn plugin;
+    const std::string invalid = error("Invalid argument: paths");
+    EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "{\"source\":\"/x\"}")));
+    EXPECT_EQ(invalid, plugin.isJsonValid("{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}"));
+    EXPECT_EQ("", plugin.isJsonValid(sendBody("", "[]")));
+    EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "[\"/etc/passwd\"]")));
+    EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "[{\"source\":null}]")));
+    EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "[{\"source\":7}]")));
+    EXPECT_EQ("", plugin.isJsonValid(sendBody("", "[{\"destination\":\"/anywhere\"}]")));
+}
+
+TEST(JsonValidation, ReceiveIsCheckedOnlyWithAnAbsoluteDestination) {
+    PlugIn plugin;
+    std::string refused = plugin.isJsonValid(receiveBody("/Users/a/Downloads"));
+    EXPECT_EQ(error("The website attempted to transfer to an unauthorized directory: /Users/a/Downloads"), refused);
+    // Backslashes of the refused folder are doubled in the message, nothing else is escaped.
+    EXPECT_EQ(error("The website attempted to transfer to an unauthorized directory: C:\\\\x\"y"),
+              plugin.isJsonValid(receiveBody("C:\\\\x\\\"y")));
+    EXPECT_EQ("", plugin.isJsonValid(receiveBody("/etc", "false")));
+    EXPECT_EQ("", plugin.isJsonValid(receiveBody("/etc", "\"true\"")));
+    plugin.setLastSelectedPath("/Users/a/Downloads");
+    EXPECT_EQ("", plugin.isJsonValid(receiveBody("/Users/a/Downloads/sub")));
+    // Validation does not consume the chosen folder; only a download does.
+    EXPECT_EQ("/Users/a/Downloads", plugin.lastSelectedPath());
+}
+
+TEST(JsonValidation, OnlyTheFirstTransferSpecIsChecked) {
+    PlugIn plugin;
+    PlugIn::addToApprovedFileList({"/ok/first.txt"});
+    std::string body =
+        "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/ok/first.txt\"}]}},"
+        "{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/etc/shadow\"}]}}]}";
+    EXPECT_EQ("", plugin.isJsonValid(body));
+}
+
+}  // namespace
