@@ -41,13 +41,16 @@ public:
         return static_cast<size_t>(std::count(copy.begin(), copy.end(), line));
     }
     bool has(const std::string& line) const { return count(line) > 0; }
-    // How many lines begin with prefix.
-    size_t countPrefix(const std::string& prefix) const {
-        size_t n = 0;
-        for (const std::string& line : all())
-            n += line.compare(0, prefix.size(), prefix) == 0 ? 1 : 0;
-        return n;
+    // The lines that begin with prefix ("ERR "), in order.
+    std::vector<std::string> withPrefix(const std::string& prefix) const {
+        std::vector<std::string> out;
+        for (const std::string& line : all()) {
+            if (line.compare(0, prefix.size(), prefix) == 0)
+                out.push_back(line);
+        }
+        return out;
     }
+    size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
     void clear() {
         std::lock_guard<std::mutex> lock(mutex());
         lines().clear();
