@@ -203,32 +203,43 @@ __attribute__((target("avx2"))) void encodeAvx2(const uint8_t *in, size_t len, c
 
 using Encoder = void (*)(const uint8_t *, size_t, char *);
 
+#if CV_BASE64_X86
+struct CpuFeatures {
+    bool ssse3;
+    bool avx2;
+};
+
+/* Read once: the checks also make sure the system saves the vector
+ * registers on a context switch. */
+const CpuFeatures &cpuFeatures() {
+    static const CpuFeatures features = [] {
+        __builtin_cpu_init();
+        return CpuFeatures{__builtin_cpu_supports("ssse3") != 0, __builtin_cpu_supports("avx2") != 0};
+    }();
+    return features;
+}
+#endif
+
 Encoder encoderFor(int impl) {
     switch (impl) {
         case CV_BASE64_SCALAR:
             return encodeScalar;
 #if CV_BASE64_X86
         case CV_BASE64_SSSE3:
-            return __builtin_cpu_supports("ssse3") ? encodeSsse3 : nullptr;
+            return cpuFeatures().ssse3 ? encodeSsse3 : nullptr;
         case CV_BASE64_AVX2:
             // The AVX2 encoder finishes its tail with SSSE3.
-            return (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("ssse3")) ? encodeAvx2 : nullptr;
+            return (cpuFeatures().avx2 && cpuFeatures().ssse3) ? encodeAvx2 : nullptr;
 #endif
         default:
             return nullptr;
     }
 }
 
-int bestImpl() {
-    if (encoderFor(CV_BASE64_AVX2))
-        return CV_BASE64_AVX2;
-    if (encoderFor(CV_BASE64_SSSE3))
-        return CV_BASE64_SSSE3;
-    return CV_BASE64_SCALAR;
-}
-
 int selectedImpl() {
-    static const int impl = bestImpl();
+    static const int impl = encoderFor(CV_BASE64_AVX2)    ? CV_BASE64_AVX2
+                            : encoderFor(CV_BASE64_SSSE3) ? CV_BASE64_SSSE3
+                                                          : CV_BASE64_SCALAR;
     return impl;
 }
 
@@ -343,7 +354,8 @@ int cv_platform_errstr(int code, char *buf, size_t size) {
 }
 
 int cv_str_buf_to_base64(const void *in, size_t len, char *out, size_t size) {
-    return encodeBase64(encoderFor(selectedImpl()), in, len, out, size);
+    static const Encoder best = encoderFor(selectedImpl());
+    return encodeBase64(best, in, len, out, size);
 }
 
 int cv_base64_impl_supported(int impl) { return encoderFor(impl) ? 1 : 0; }

@@ -96,21 +96,6 @@ TEST(Base64, BufferRule) {
     EXPECT_EQ(CV_ERR_BUFFER_SPACE, cv_str_buf_to_base64("abc", SIZE_MAX - 1, out, sizeof out));
 }
 
-TEST(Base64, BufferRuleForEveryEncoder) {
-    std::vector<uint8_t> data(100, 0x5a);
-    for (int impl : supportedImpls()) {
-        for (size_t len = 1; len <= data.size(); ++len) {
-            size_t need = encodedSize(len) + 1;
-            std::vector<char> out(need);
-            EXPECT_EQ(CV_ERR_BUFFER_SPACE, cv_str_buf_to_base64_impl(impl, data.data(), len, out.data(), need - 1))
-                << impl << " " << len;
-            EXPECT_EQ(0, cv_str_buf_to_base64_impl(impl, data.data(), len, out.data(), need)) << impl << " " << len;
-        }
-    }
-    char out[8];
-    EXPECT_EQ(CV_ERR_UNIMPLEMENTED, cv_str_buf_to_base64_impl(99, "abc", 3, out, sizeof out));
-}
-
 TEST(Base64, EveryEncoderMatchesReferenceAtEveryLength) {
     ASSERT_TRUE(cv_base64_impl_supported(CV_BASE64_SCALAR));
     std::mt19937 rng(1234);

@@ -95,7 +95,7 @@ TEST(Process, InheritedDescriptorsAreClosed) {
     close(fds[1]);
 
     std::string done = tmp.file("done");
-    std::string command = "echo leaked >&" + std::to_string(writeFd) + " 2>/dev/null; echo $? > '" + done + "'";
+    std::string command = "echo leaked 2>/dev/null >&" + std::to_string(writeFd) + "; echo $? > '" + done + "'";
     pid_t pid = -1;
     ASSERT_EQ(0, cv_process_create(&pid, command.c_str()));
     close(writeFd);
@@ -127,13 +127,6 @@ TEST(Process, StandardStreamsAreKept) {
     ASSERT_EQ(0, rc);
     reap(pid);
     EXPECT_EQ("on-stdout\n", CorvaneTest::readFile(out));
-}
-
-TEST(Process, BadArguments) {
-    pid_t pid = -1;
-    EXPECT_EQ(EINVAL, cv_process_create(nullptr, "true"));
-    EXPECT_EQ(EINVAL, cv_process_create(&pid, nullptr));
-    EXPECT_EQ(-1, pid);
 }
 
 TEST(ProcessEnv, Getenv) {
