@@ -1,0 +1,377 @@
+#include "TransfersPoller.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Json.h"
+#include "NetLogCapture.h"
+#include "SimClientFixture.h"
+#include "TransferEventListener.h"
+
+using CorvaneTest::NetLogCapture;
+using CorvaneTest::RecordedRequest;
+using Kestrix::Web::Json;
+using Kestrix::Web::TransferEventListener;
+using Kestrix::Web::TransfersPoller;
+
+namespace {
+
+const auto kWait = std::chrono::seconds(10);
+const int kTestIntervalMs = 10;
+
+std::string requestData(const std::string& token, const std::string& appId)
+{
+    return "{\n"
+           "    \"iteration_token\": \"" + token + "\",\n"
+           "    \"corvane_kestrix_settings\" : {\n"
+           "        \"app_id\": \"" + appId + "\"\n"
+           "    }\n"
+           "}\n";
+}
+
+std::string tokenOf(const std::string& json)
+{
+    Json document;
+    const char* path[] = {"iteration_token", nullptr};
+    return document.parse(json) ? document.getString(path) : "<unparsable>";
+}
+
+class RecordingListener : public TransferEventListener {
+public:
+    void transferEventOccurred(const std::string& json) override {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _events.push_back(json);
+        _changed.notify_all();
+    }
+    bool waitForEvents(size_t count) {
+        std::unique_lock<std::mutex> lock(_mutex);
+        return _changed.wait_for(lock, kWait, [&] { return _events.size() >= count; });
+    }
+    std::vector<std::string> events() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _events;
+    }
+
+private:
+    mutable std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<std::string> _events;
+};
+
+// A local client that answers the activity call with texts the test picks,
+// for answers the simulator never gives. One answer per connection; the
+// last text repeats once the list is used up.
+class ScriptedClient {
+public:
+    explicit ScriptedClient(std::vector<std::string> answers) : _answers(std::move(answers)) {
+        _listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        if (::bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+            ::listen(_listener, 8) == 0 &&
+            ::getsockname(_listener, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+            _port = ntohs(address.sin_port);
+        _thread = std::thread([this] { serve(); });
+    }
+    ~ScriptedClient() {
+        _stopping = true;
+        _thread.join();
+        ::close(_listener);
+    }
+
+    unsigned short port() const { return _port; }
+
+    bool waitForRequests(size_t count) {
+        std::unique_lock<std::mutex> lock(_mutex);
+        return _changed.wait_for(lock, kWait, [&] { return _bodies.size() >= count; });
+    }
+    std::vector<std::string> bodies() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _bodies;
+    }
+
+private:
+    void serve() {
+        while (!_stopping) {
+            pollfd p{_listener, POLLIN, 0};
+            if (::poll(&p, 1, 20) != 1)
+                continue;
+            const int fd = ::accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0)
+                continue;
+            timeval timeout{5, 0};
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+            answer(fd, readBody(fd));
+            ::close(fd);
+        }
+    }
+    static std::string readBody(int fd) {
+        std::string raw;
+        char chunk[4096];
+        for (;;) {
+            const size_t headEnd = raw.find("\r\n\r\n");
+            if (headEnd != std::string::npos) {
+                const size_t field = raw.find("Content-Length: ");
+                const size_t length = field < headEnd ? std::stoul(raw.substr(field + 16)) : 0;
+                if (raw.size() >= headEnd + 4 + length)
+                    return raw.substr(headEnd + 4, length);
+            }
+            const ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
+            if (n <= 0)
+                return "<incomplete>";
+            raw.append(chunk, static_cast<size_t>(n));
+        }
+    }
+    void answer(int fd, const std::string& body) {
+        std::string text;
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            text = _answers[std::min(_bodies.size(), _answers.size() - 1)];
+            _bodies.push_back(body);
+            _changed.notify_all();
+        }
+        const std::string reply = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
+                                  std::to_string(text.size()) + "\r\nConnection: close\r\n\r\n" + text;
+        ::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+        ::shutdown(fd, SHUT_WR);
+    }
+
+    const std::vector<std::string> _answers;
+    int _listener = -1;
+    unsigned short _port = 0;
+    std::atomic<bool> _stopping{false};
+    mutable std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<std::string> _bodies;
+    std::thread _thread;
+};
+
+class TransfersPollerTest : public CorvaneTest::SimClientTest {
+protected:
+    // Makes `client` the local client that this home's URL file names.
+    void publish(const ScriptedClient& client) {
+        _home.write(".local/share/Corvane/Corvane Kestrix/var/run/http.uri",
+                    "http://127.0.0.1:" + std::to_string(client.port()) + "\nkey\n");
+    }
+    // The bodies of the activity calls the simulator received.
+    std::vector<std::string> activityBodies() const {
+        std::vector<std::string> bodies;
+        for (const RecordedRequest& request : requestsTo("/v4/transfers/activity"))
+            bodies.push_back(request.body);
+        return bodies;
+    }
+    static void finish(TransfersPoller& poller) {
+        poller.stop();
+        poller.join();
+        EXPECT_TRUE(poller.isDone());
+    }
+};
+
+TEST_F(TransfersPollerTest, RequestDataIsTheSixLineDocument)
+{
+    TransfersPoller poller;
+    EXPECT_EQ(1000, poller.intervalMs());
+    EXPECT_EQ(requestData("", ""), poller.createRequestData());
+    poller.setAppId("shop.example.com");
+    EXPECT_EQ(requestData("", "shop.example.com"), poller.createRequestData());
+    // Inserted as they stand, without escaping.
+    poller.setAppId("a\"b\\c");
+    EXPECT_EQ(requestData("", "a\"b\\c"), poller.createRequestData());
+}
+
+TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    RecordingListener listener;
+    TransfersPoller poller(kTestIntervalMs);
+    poller.addListener(&listener);
+    poller.start();
+    ASSERT_TRUE(listener.waitForEvents(3));
+    finish(poller);
+
+    const std::vector<RecordedRequest> requests = requestsTo("/v4/transfers/activity");
+    const std::vector<std::string> events = listener.events();
+    ASSERT_GE(requests.size(), 3u);
+    ASSERT_GE(events.size(), requests.size() - 1);
+    EXPECT_EQ("POST /v4/transfers/activity HTTP/1.1", requests[0].line);
+    EXPECT_EQ("application/vnd.corvane.xferreq+json", requests[0].header("Content-Type"));
+    EXPECT_EQ(requestData("", ""), requests[0].body);
+    for (size_t i = 1; i < requests.size(); ++i) {
+        const std::string token = tokenOf(events[i - 1]);
+        EXPECT_FALSE(token.empty());
+        EXPECT_EQ(requestData(token, ""), requests[i].body) << "request " << i;
+    }
+    // Listeners get the whole answer as the client sent it.
+    EXPECT_EQ(0u, events[0].find("{\"iteration_token\":\"")) << events[0];
+}
+
+TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    TransfersPoller poller(kTestIntervalMs);
+    poller.setAppId("shop.example.com");
+    poller.start();
+    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 2));
+    finish(poller);
+
+    for (const std::string& body : activityBodies())
+        EXPECT_NE(std::string::npos, body.find("        \"app_id\": \"shop.example.com\"\n")) << body;
+}
+
+TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
+{
+    ScriptedClient client({"{\"iteration_token\":\"t1\",\"transfers\":[]}", "{\"transfers\":[1]}",
+                           "{\"iteration_token\":42}", "{\"iteration_token\":\"t4\"}"});
+    publish(client);
+    RecordingListener listener;
+    TransfersPoller poller(kTestIntervalMs);
+    poller.addListener(&listener);
+    poller.start();
+    ASSERT_TRUE(client.waitForRequests(5));
+    finish(poller);
+
+    const std::vector<std::string> bodies = client.bodies();
+    EXPECT_EQ(requestData("", ""), bodies[0]);
+    EXPECT_EQ(requestData("t1", ""), bodies[1]);
+    EXPECT_EQ(requestData("", ""), bodies[2]);
+    EXPECT_EQ(requestData("42", ""), bodies[3]);
+    EXPECT_EQ(requestData("t4", ""), bodies[4]);
+    const std::vector<std::string> events = listener.events();
+    ASSERT_GE(events.size(), 4u);
+    EXPECT_EQ("{\"transfers\":[1]}", events[1]);
+}
+
+TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
+{
+    const std::string error = "{\"error\":{\"code\":-1,\"user_message\":\"busy\"},\"iteration_token\":\"t3\"}";
+    ScriptedClient client({"{\"iteration_token\":\"t1\"}", "{\"iteration_token\":\"t2\"", error, "",
+                           "{\"iteration_token\":\"t5\"}"});
+    publish(client);
+    NetLogCapture log;
+    RecordingListener listener;
+    TransfersPoller poller(kTestIntervalMs);
+    poller.addListener(&listener);
+    poller.start();
+    ASSERT_TRUE(client.waitForRequests(6));
+    finish(poller);
+
+    const std::vector<std::string> bodies = client.bodies();
+    for (size_t i = 1; i <= 4; ++i)
+        EXPECT_EQ(requestData("t1", ""), bodies[i]) << "request " << i;
+    EXPECT_EQ(requestData("t5", ""), bodies[5]);
+    const std::vector<std::string> events = listener.events();
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ("{\"iteration_token\":\"t1\"}", events[0]);
+    EXPECT_EQ("{\"iteration_token\":\"t5\"}", events[1]);
+    EXPECT_EQ(2u, log.countPrefix("ERR Error parsing JSON: "));
+    EXPECT_EQ(1u, log.count("ERR Transfer poller response contained an error: " + error));
+}
+
+TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    ASSERT_TRUE(_sim.control("mode=slow&delay_ms=1500&path=/v4/transfers/activity"));
+    NetLogCapture log;
+    RecordingListener listener;
+    TransfersPoller poller(kTestIntervalMs);
+    poller.addListener(&listener);
+    poller.start();
+    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 1));
+    finish(poller);
+
+    EXPECT_TRUE(listener.events().empty());
+    EXPECT_EQ(1u, activityBodies().size());
+    EXPECT_EQ(0u, log.countPrefix("ERR "));
+}
+
+TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing)
+{
+    ASSERT_TRUE(startSim()) << _sim.error();
+    TransfersPoller poller(kTestIntervalMs);
+    poller.stop();
+    poller.start();
+    poller.join();
+    EXPECT_TRUE(poller.isDone());
+    EXPECT_TRUE(activityBodies().empty());
+}
+
+TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder)
+{
+    NetLogCapture log(2);
+    std::vector<std::string> calls;
+    struct Named : TransferEventListener {
+        Named(std::vector<std::string>& c, std::string n) : calls(c), name(std::move(n)) {}
+        void transferEventOccurred(const std::string& json) override { calls.push_back(name + json); }
+        std::vector<std::string>& calls;
+        std::string name;
+    };
+    Named a(calls, "a"), b(calls, "b"), never(calls, "never");
+    TransfersPoller poller;
+    char self[32];
+    snprintf(self, sizeof self, "%p", static_cast<void*>(&poller));
+    const std::string removed = "DBG " + std::string(self) + " TransferPoller::removeListener() - removed";
+    poller.addListener(&a);
+    poller.addListener(&b);
+    poller.addListener(&a);
+    poller.notifyListeners("1");
+    EXPECT_EQ((std::vector<std::string>{"a1", "b1", "a1"}), calls);
+
+    // The first registration goes; the others keep their order.
+    calls.clear();
+    poller.removeListener(&a);
+    poller.notifyListeners("2");
+    EXPECT_EQ((std::vector<std::string>{"b2", "a2"}), calls);
+    EXPECT_EQ(1u, log.count(removed));
+
+    calls.clear();
+    log.clear();
+    poller.removeListener(&never);
+    poller.notifyListeners("3");
+    EXPECT_EQ((std::vector<std::string>{"b3", "a3"}), calls);
+    EXPECT_EQ(1u, log.count("DBG " + std::string(self) + " TransferPoller::removeListener() - size=2"));
+    EXPECT_EQ(0u, log.count(removed));
+
+    calls.clear();
+    poller.removeListener(&a);
+    poller.removeListener(&b);
+    poller.notifyListeners("4");
+    EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(TransfersPollerTest, NullListenerStopsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    TransfersPoller poller;
+    EXPECT_DEATH(poller.addListener(nullptr), "l != NULL");
+    EXPECT_DEATH(poller.removeListener(nullptr), "l != NULL");
+}
+
+TEST_F(TransfersPollerTest, DeletingARunningPollerStopsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            TransfersPoller* poller = new TransfersPoller(kTestIntervalMs);
+            poller->start();
+            delete poller;
+        },
+        "!_started \\|\\| isDone\\(\\)");
+}
+
+}  // namespace
