@@ -294,16 +294,4 @@ TEST(TimeTest, FutureStartIsAnError) {
     EXPECT_NE(std::string::npos, log.text().find(expected)) << log.text();
 }
 
-TEST(TimeTest, LocalTimeMatchesTheSystem) {
-    time_t t = 86400 * 365;
-    struct tm mine, theirs;
-    ASSERT_EQ(0, cv_time_localtime(&t, &mine));
-    localtime_r(&t, &theirs);
-    EXPECT_EQ(theirs.tm_year, mine.tm_year);
-    EXPECT_EQ(theirs.tm_yday, mine.tm_yday);
-    EXPECT_EQ(theirs.tm_hour, mine.tm_hour);
-    EXPECT_EQ(EINVAL, cv_time_localtime(nullptr, &mine));
-    EXPECT_EQ(0, cv_time_init());
-}
-
 }  // namespace
