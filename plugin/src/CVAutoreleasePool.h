@@ -14,7 +14,7 @@ public:
     CVAutoreleasePool& operator=(const CVAutoreleasePool&) = delete;
 
 private:
-    void* _pool;  // the platform's pool, null where there is none
+    [[maybe_unused]] void* _pool;  // the platform's pool, null where there is none
 };
 
 }  // namespace Web

@@ -50,6 +50,20 @@ std::string tokenOf(const std::string& json)
     return document.parse(json) ? document.getString(path) : "<unparsable>";
 }
 
+// Stops and joins a worker when a test leaves early, so a failed assertion
+// never leaves its thread running into the destructor.
+class StopAndJoin {
+public:
+    explicit StopAndJoin(Kestrix::Web::Worker& worker) : _worker(worker) {}
+    ~StopAndJoin() {
+        _worker.stop();
+        _worker.join();
+    }
+
+private:
+    Kestrix::Web::Worker& _worker;
+};
+
 class RecordingListener : public TransferEventListener {
 public:
     void transferEventOccurred(const std::string& json) override {
@@ -200,6 +214,7 @@ TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack)
     ASSERT_TRUE(startSim()) << _sim.error();
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
     ASSERT_TRUE(listener.waitForEvents(3));
@@ -225,6 +240,7 @@ TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest)
 {
     ASSERT_TRUE(startSim()) << _sim.error();
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.setAppId("shop.example.com");
     poller.start();
     ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 2));
@@ -241,6 +257,7 @@ TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
     publish(client);
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
     ASSERT_TRUE(client.waitForRequests(5));
@@ -266,6 +283,7 @@ TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
     NetLogCapture log;
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
     ASSERT_TRUE(client.waitForRequests(6));
@@ -290,6 +308,7 @@ TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer)
     NetLogCapture log;
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
     ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 1));
@@ -304,6 +323,7 @@ TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing)
 {
     ASSERT_TRUE(startSim()) << _sim.error();
     TransfersPoller poller(kTestIntervalMs);
+    const StopAndJoin guard(poller);
     poller.stop();
     poller.start();
     poller.join();

@@ -73,6 +73,20 @@ private:
     std::vector<std::thread::id> _threads;
 };
 
+// Stops and joins a worker when a test leaves early, so a failed assertion
+// never leaves its thread running into the destructor.
+class StopAndJoin {
+public:
+    explicit StopAndJoin(Kestrix::Web::Worker& worker) : _worker(worker) {}
+    ~StopAndJoin() {
+        _worker.stop();
+        _worker.join();
+    }
+
+private:
+    Kestrix::Web::Worker& _worker;
+};
+
 class RecordingCallback : public Callback {
 public:
     RecordingCallback(CallRecord& record, const std::string& name, std::function<void()> during = nullptr)
@@ -113,6 +127,7 @@ TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder)
     ASSERT_TRUE(startSim()) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=500&path=/order/1&times=1"));
     RequestWorker worker;
+    const StopAndJoin guard(worker);
     worker.start();
 
     worker.addRequest(get("/order/1"));
@@ -146,6 +161,7 @@ TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueu
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=800&path=/slow"));
     {
         RequestWorker worker;
+        const StopAndJoin guard(worker);
         worker.start();
         worker.addRequest(get("/slow"));
         ASSERT_TRUE(waitForRequests("/slow", 1));
@@ -171,6 +187,7 @@ TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress)
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
     RequestWorker worker;
+    const StopAndJoin guard(worker);
     worker.start();
     worker.addRequest(get("/held", [&] {
         entered.set_value();
@@ -192,6 +209,7 @@ TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
 {
     NetLogCapture log;
     RequestWorker worker;
+    const StopAndJoin guard(worker);
     worker.start();
     // No client is running or installed in this home.
     HttpRequest* request = new HttpRequest("127.0.0.1", 9);
@@ -212,6 +230,7 @@ TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse)
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/dropped"})) << _sim.error();
     NetLogCapture log;
     RequestWorker worker;
+    const StopAndJoin guard(worker);
     worker.start();
     worker.addRequest(get("/dropped"));
 
