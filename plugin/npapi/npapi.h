@@ -141,10 +141,7 @@ typedef struct _NPSize {
     int32_t height;
 } NPSize;
 
-typedef enum {
-    NPFocusNext = 0,
-    NPFocusPrevious = 1
-} NPFocusDirection;
+typedef enum { NPFocusNext = 0, NPFocusPrevious = 1 } NPFocusDirection;
 
 typedef enum {
     NPCoordinateSpacePlugin = 1,
@@ -154,10 +151,7 @@ typedef enum {
     NPCoordinateSpaceFlippedScreen
 } NPCoordinateSpace;
 
-typedef enum {
-    NPImageFormatBGRA32 = 0x1,
-    NPImageFormatBGRX32 = 0x2
-} NPImageFormat;
+typedef enum { NPImageFormatBGRA32 = 0x1, NPImageFormatBGRX32 = 0x2 } NPImageFormat;
 
 /* Only reached through pointers in the browser table; never used here. */
 typedef struct _NPAsyncSurface NPAsyncSurface;
@@ -181,10 +175,7 @@ typedef struct _NPWindow {
 } NPWindow;
 
 /* Unix callback structures: `type` tells which one a pointer holds. */
-enum {
-    NP_SETWINDOW = 1,
-    NP_PRINT
-};
+enum { NP_SETWINDOW = 1, NP_PRINT };
 
 typedef struct {
     int32_t type;
@@ -246,10 +237,7 @@ typedef enum {
     NPDrawingModelAsyncBitmapSurface = 7
 } NPDrawingModel;
 
-typedef enum {
-    NPEventModelCarbon = 0,
-    NPEventModelCocoa = 1
-} NPEventModel;
+typedef enum { NPEventModelCarbon = 0, NPEventModelCocoa = 1 } NPEventModel;
 
 /* ---- Variable selectors ----------------------------------------------- */
 
@@ -322,15 +310,9 @@ typedef enum {
 } NPNVariable;
 
 /* Answer of NPNVToolkit on X11 hosts. */
-typedef enum {
-    NPNVGtk12 = 1,
-    NPNVGtk2 = 2
-} NPNToolkitType;
+typedef enum { NPNVGtk12 = 1, NPNVGtk2 = 2 } NPNToolkitType;
 
 /* Selectors of NPN_GetValueForURL / NPN_SetValueForURL. */
-typedef enum {
-    NPNURLVCookie = 501,
-    NPNURLVProxy = 502
-} NPNURLVariable;
+typedef enum { NPNURLVCookie = 501, NPNURLVProxy = 502 } NPNURLVariable;
 
 #endif /* CORVANE_NPAPI_H */

@@ -53,8 +53,7 @@ typedef NPError (*NPN_GetURLProcPtr)(NPP instance, const char* url, const char* 
 typedef NPError (*NPN_PostURLProcPtr)(NPP instance, const char* url, const char* window, uint32_t len,
                                       const char* buf, NPBool file);
 typedef NPError (*NPN_RequestReadProcPtr)(NPStream* stream, NPByteRange* rangeList);
-typedef NPError (*NPN_NewStreamProcPtr)(NPP instance, NPMIMEType type, const char* window,
-                                        NPStream** stream);
+typedef NPError (*NPN_NewStreamProcPtr)(NPP instance, NPMIMEType type, const char* window, NPStream** stream);
 typedef int32_t (*NPN_WriteProcPtr)(NPP instance, NPStream* stream, int32_t len, void* buffer);
 typedef NPError (*NPN_DestroyStreamProcPtr)(NPP instance, NPStream* stream, NPReason reason);
 typedef void (*NPN_StatusProcPtr)(NPP instance, const char* message);
@@ -117,8 +116,9 @@ typedef uint32_t (*NPN_ScheduleTimerPtr)(NPP instance, uint32_t interval, NPBool
                                          void (*timerFunc)(NPP npp, uint32_t timerID));
 typedef void (*NPN_UnscheduleTimerPtr)(NPP instance, uint32_t timerID);
 typedef NPError (*NPN_PopUpContextMenuPtr)(NPP instance, NPMenu* menu);
-typedef NPBool (*NPN_ConvertPointPtr)(NPP instance, double sourceX, double sourceY, NPCoordinateSpace sourceSpace,
-                                      double* destX, double* destY, NPCoordinateSpace destSpace);
+typedef NPBool (*NPN_ConvertPointPtr)(NPP instance, double sourceX, double sourceY,
+                                      NPCoordinateSpace sourceSpace, double* destX, double* destY,
+                                      NPCoordinateSpace destSpace);
 typedef NPBool (*NPN_HandleEventPtr)(NPP instance, void* event, NPBool handled);
 typedef NPBool (*NPN_UnfocusInstancePtr)(NPP instance, NPFocusDirection direction);
 typedef void (*NPN_URLRedirectResponsePtr)(NPP instance, void* notifyData, NPBool allow);
@@ -299,13 +299,15 @@ NPAPI_LAYOUT_CHECK(sizeof(NPRect) == 8, "NPRect is four 16-bit values");
 NPAPI_LAYOUT_CHECK(sizeof(NPWindow) == 48 && offsetof(NPWindow, clipRect) == 24 &&
                        offsetof(NPWindow, ws_info) == 32 && offsetof(NPWindow, type) == 40,
                    "NPWindow layout with the Unix ws_info member");
-NPAPI_LAYOUT_CHECK(sizeof(NPSetWindowCallbackStruct) == 40 && offsetof(NPSetWindowCallbackStruct, display) == 8 &&
+NPAPI_LAYOUT_CHECK(sizeof(NPSetWindowCallbackStruct) == 40 &&
+                       offsetof(NPSetWindowCallbackStruct, display) == 8 &&
                        offsetof(NPSetWindowCallbackStruct, depth) == 32,
                    "NPSetWindowCallbackStruct layout");
 NPAPI_LAYOUT_CHECK(sizeof(NPString) == 16, "NPString is pointer + length");
 NPAPI_LAYOUT_CHECK(sizeof(NPVariant) == 24 && offsetof(NPVariant, value) == 8, "NPVariant layout");
 NPAPI_LAYOUT_CHECK(sizeof(NPObject) == 16, "NPObject header is class + count");
-NPAPI_LAYOUT_CHECK(sizeof(NPClass) == 104 && offsetof(NPClass, allocate) == 8 && offsetof(NPClass, construct) == 96,
+NPAPI_LAYOUT_CHECK(sizeof(NPClass) == 104 && offsetof(NPClass, allocate) == 8 &&
+                       offsetof(NPClass, construct) == 96,
                    "NPClass has its version and twelve operations");
 
 #undef NPAPI_LAYOUT_CHECK

@@ -141,59 +141,58 @@ struct NPObject {
 #define NPVARIANT_TO_STRING(_v) ((_v).value.stringValue)
 #define NPVARIANT_TO_OBJECT(_v) ((_v).value.objectValue)
 
-#define VOID_TO_NPVARIANT(_v)                       \
-    do {                                            \
-        (_v).type = NPVariantType_Void;             \
-        (_v).value.objectValue = (NPObject*)NULL;   \
+#define VOID_TO_NPVARIANT(_v)                     \
+    do {                                          \
+        (_v).type = NPVariantType_Void;           \
+        (_v).value.objectValue = (NPObject*)NULL; \
     } while (0)
 
-#define NULL_TO_NPVARIANT(_v)                       \
-    do {                                            \
-        (_v).type = NPVariantType_Null;             \
-        (_v).value.objectValue = (NPObject*)NULL;   \
+#define NULL_TO_NPVARIANT(_v)                     \
+    do {                                          \
+        (_v).type = NPVariantType_Null;           \
+        (_v).value.objectValue = (NPObject*)NULL; \
     } while (0)
 
-#define BOOLEAN_TO_NPVARIANT(_val, _v)              \
-    do {                                            \
-        (_v).type = NPVariantType_Bool;             \
-        (_v).value.boolValue = !!(_val);            \
+#define BOOLEAN_TO_NPVARIANT(_val, _v)   \
+    do {                                 \
+        (_v).type = NPVariantType_Bool;  \
+        (_v).value.boolValue = !!(_val); \
     } while (0)
 
-#define INT32_TO_NPVARIANT(_val, _v)                \
-    do {                                            \
-        (_v).type = NPVariantType_Int32;            \
-        (_v).value.intValue = (_val);               \
+#define INT32_TO_NPVARIANT(_val, _v)     \
+    do {                                 \
+        (_v).type = NPVariantType_Int32; \
+        (_v).value.intValue = (_val);    \
     } while (0)
 
-#define DOUBLE_TO_NPVARIANT(_val, _v)               \
-    do {                                            \
-        (_v).type = NPVariantType_Double;           \
-        (_v).value.doubleValue = (_val);            \
+#define DOUBLE_TO_NPVARIANT(_val, _v)     \
+    do {                                  \
+        (_v).type = NPVariantType_Double; \
+        (_v).value.doubleValue = (_val);  \
     } while (0)
 
 /* NUL-terminated text; the variant borrows the pointer (no copy). */
-#define STRINGZ_TO_NPVARIANT(_val, _v)                                    \
-    do {                                                                  \
-        const NPUTF8* _npv_text = (_val);                                 \
-        (_v).type = NPVariantType_String;                                 \
-        (_v).value.stringValue.UTF8Characters = _npv_text;                \
-        (_v).value.stringValue.UTF8Length =                               \
-            _npv_text ? (uint32_t)strlen(_npv_text) : 0u;                 \
+#define STRINGZ_TO_NPVARIANT(_val, _v)                                                    \
+    do {                                                                                  \
+        const NPUTF8* _npv_text = (_val);                                                 \
+        (_v).type = NPVariantType_String;                                                 \
+        (_v).value.stringValue.UTF8Characters = _npv_text;                                \
+        (_v).value.stringValue.UTF8Length = _npv_text ? (uint32_t)strlen(_npv_text) : 0u; \
     } while (0)
 
 /* Text with a length; the variant borrows the pointer (no copy). */
-#define STRINGN_TO_NPVARIANT(_val, _len, _v)                              \
-    do {                                                                  \
-        (_v).type = NPVariantType_String;                                 \
-        (_v).value.stringValue.UTF8Characters = (_val);                   \
-        (_v).value.stringValue.UTF8Length = (uint32_t)(_len);             \
+#define STRINGN_TO_NPVARIANT(_val, _len, _v)                  \
+    do {                                                      \
+        (_v).type = NPVariantType_String;                     \
+        (_v).value.stringValue.UTF8Characters = (_val);       \
+        (_v).value.stringValue.UTF8Length = (uint32_t)(_len); \
     } while (0)
 
 /* The variant borrows the reference; retain first if it is handed over. */
-#define OBJECT_TO_NPVARIANT(_val, _v)               \
-    do {                                            \
-        (_v).type = NPVariantType_Object;           \
-        (_v).value.objectValue = (_val);            \
+#define OBJECT_TO_NPVARIANT(_val, _v)     \
+    do {                                  \
+        (_v).type = NPVariantType_Object; \
+        (_v).value.objectValue = (_val);  \
     } while (0)
 
 #ifdef __cplusplus

@@ -160,8 +160,19 @@ void deallocateCounted(NPObject* object) {
     ++countedDeallocations;
     delete reinterpret_cast<CountedObject*>(object);
 }
-NPClass countedClass = {NP_CLASS_STRUCT_VERSION, allocateCounted, deallocateCounted, nullptr, nullptr, nullptr,
-                        nullptr,  nullptr,       nullptr,           nullptr, nullptr, nullptr, nullptr};
+NPClass countedClass = {NP_CLASS_STRUCT_VERSION,
+                        allocateCounted,
+                        deallocateCounted,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr,
+                        nullptr};
 
 }  // namespace
 
@@ -392,8 +403,8 @@ TEST(FakeBrowserRouting, ScriptHelpersHandArgumentsOverWithoutTerminators) {
     FakeObject* function = browser.newPageFunction(FakeValue(int32_t{5}));
     size_t before = FakeRuntime::liveAllocations();
     FakeValue result;
-    ASSERT_TRUE(FakeRuntime::callDefault(function, {FakeValue("abc"), FakeValue::nullString(), FakeValue(true)},
-                                         &result));
+    ASSERT_TRUE(FakeRuntime::callDefault(
+        function, {FakeValue("abc"), FakeValue::nullString(), FakeValue(true)}, &result));
     EXPECT_EQ(FakeValue(int32_t{5}), result);
     EXPECT_EQ(before, FakeRuntime::liveAllocations());  // arguments freed after the call
     std::vector<FakeObject::Call> calls = function->calls();
@@ -454,24 +465,25 @@ TEST(FakeBrowserPage, WindowGivesHostnameAndTheCallerItsOwnReference) {
 TEST(FakeBrowserPage, JsonStringifyWritesThePagesObjects) {
     FakeBrowser browser;
     FakeObject* files = browser.newPageArray({FakeValue("a\"b.txt"), FakeValue("c\\d\n")});
-    FakeObject* spec = browser.newPageObject();
-    spec->set("paths", FakeValue(static_cast<NPObject*>(files)));
-    spec->set("count", FakeValue(int32_t{2}));
-    spec->set("ratio", FakeValue(0.5));
-    spec->set("whole", FakeValue(3.0));
-    spec->set("none", FakeValue::null());
-    spec->set("skipped", FakeValue());
-    spec->set("callback", FakeValue(static_cast<NPObject*>(browser.newPageFunction())));
-    spec->setAt(0, FakeValue(false));
+    FakeObject* transfer = browser.newPageObject();
+    transfer->set("paths", FakeValue(static_cast<NPObject*>(files)));
+    transfer->set("count", FakeValue(int32_t{2}));
+    transfer->set("ratio", FakeValue(0.5));
+    transfer->set("whole", FakeValue(3.0));
+    transfer->set("none", FakeValue::null());
+    transfer->set("skipped", FakeValue());
+    transfer->set("callback", FakeValue(static_cast<NPObject*>(browser.newPageFunction())));
+    transfer->setAt(0, FakeValue(false));
 
     FakeValue json;
     FakeValue jsonObject;
     ASSERT_TRUE(FakeRuntime::readProperty(browser.window(), "JSON", &jsonObject));
     ASSERT_TRUE(jsonObject.isObject());
-    ASSERT_TRUE(FakeRuntime::callMethod(jsonObject.object(), "stringify", {FakeValue(static_cast<NPObject*>(spec))},
-                                        &json));
-    EXPECT_EQ(FakeValue(R"({"0":false,"paths":["a\"b.txt","c\\d\n"],"count":2,"ratio":0.5,"whole":3,"none":null})"),
-              json);
+    ASSERT_TRUE(FakeRuntime::callMethod(jsonObject.object(), "stringify",
+                                        {FakeValue(static_cast<NPObject*>(transfer))}, &json));
+    EXPECT_EQ(
+        FakeValue(R"({"0":false,"paths":["a\"b.txt","c\\d\n"],"count":2,"ratio":0.5,"whole":3,"none":null})"),
+        json);
     ASSERT_TRUE(FakeRuntime::callMethod(jsonObject.object(), "stringify", {FakeValue()}, &json));
     EXPECT_TRUE(json.isVoid());  // JSON.stringify(undefined)
 }
@@ -526,8 +538,9 @@ TEST(FakeBrowserPage, SetValueRecordsWhatWasAcceptedAndFailsOnRequest) {
     EXPECT_EQ(NPERR_NO_ERROR, npn.setvalue(npp, NPPVpluginTransparentBool, reinterpret_cast<void*>(1)));
     EXPECT_EQ(std::optional<bool>(true), browser.transparentBool(npp));
     EXPECT_EQ(4u, browser.setValueCalls().size());
-    EXPECT_EQ((std::vector<std::string>{"setvalue(3,0)", "setvalue(4,1)", "setvalue(1000,1)", "setvalue(4,1)"}),
-              browser.log());
+    EXPECT_EQ(
+        (std::vector<std::string>{"setvalue(3,0)", "setvalue(4,1)", "setvalue(1000,1)", "setvalue(4,1)"}),
+        browser.log());
 }
 
 // ---- The main thread ----
@@ -640,7 +653,8 @@ TEST_F(ProbePluginTest, LoadsLikeTheHostAndNegotiatesWindowlessMode) {
 
     NPObject* probe = newScriptable({{"Transparent", "yes"}, {"image", "a.jpg"}});
     EXPECT_EQ("transparent=yes;image=a.jpg;", call(probe, "params"));
-    EXPECT_EQ((std::vector<std::string>{"uagent", "getvalue(17)", "setvalue(3,0)", "setvalue(4,1)"}), _browser.log());
+    EXPECT_EQ((std::vector<std::string>{"uagent", "getvalue(17)", "setvalue(3,0)", "setvalue(4,1)"}),
+              _browser.log());
     EXPECT_EQ(std::optional<bool>(false), _browser.windowBool(_npp));
     EXPECT_EQ(std::optional<bool>(true), _browser.transparentBool(_npp));
     EXPECT_NE(std::string::npos, call(probe, "userAgent").find("Safari"));
@@ -666,9 +680,10 @@ TEST_F(ProbePluginTest, ReadsThePageThroughTheWindowObject) {
     EXPECT_EQ("www.example.com", call(probe, "hostname"));
     _browser.setPageHostname("");
     EXPECT_EQ("", call(probe, "hostname"));
-    FakeObject* spec = _browser.newPageObject();
-    spec->set("source", FakeValue("/tmp/x"));
-    EXPECT_EQ(R"({"source":"/tmp/x"})", call(probe, "stringify", {FakeValue(static_cast<NPObject*>(spec))}));
+    FakeObject* transfer = _browser.newPageObject();
+    transfer->set("source", FakeValue("/tmp/x"));
+    EXPECT_EQ(R"({"source":"/tmp/x"})",
+              call(probe, "stringify", {FakeValue(static_cast<NPObject*>(transfer))}));
     // The probe released everything it took from the page.
     EXPECT_EQ(1, FakeRuntime::refCount(_browser.window()));
 }
@@ -724,9 +739,10 @@ TEST_F(ProbePluginTest, StreamsArriveInChunksAndEndWithTheNotification) {
     EXPECT_EQ(10u, result.bytesAccepted);
     EXPECT_TRUE(result.notified);
     EXPECT_EQ("0123456789", call(probe, "received"));
-    EXPECT_EQ("new:img/button.jpg:image/jpeg;write:0:4;write:4:4;write:8:2;destroy:0;"
-              "notify:img/button.jpg:0:data;",
-              call(probe, "streamLog"));
+    EXPECT_EQ(
+        "new:img/button.jpg:image/jpeg;write:0:4;write:4:4;write:8:2;destroy:0;"
+        "notify:img/button.jpg:0:data;",
+        call(probe, "streamLog"));
 }
 
 TEST_F(ProbePluginTest, RefusedStreamsEndAsNetworkErrors) {
@@ -738,9 +754,10 @@ TEST_F(ProbePluginTest, RefusedStreamsEndAsNetworkErrors) {
     FakeBrowser::StreamResult rejected = _browser.deliverStream(_npp, "reject.jpg", "abc", nullptr, true);
     EXPECT_EQ(NPERR_GENERIC_ERROR, rejected.newStream);
     EXPECT_TRUE(rejected.writes.empty());
-    EXPECT_EQ("new:refuse.jpg:application/octet-stream;write:0:6;destroy:1;"
-              "new:reject.jpg:application/octet-stream;notify:reject.jpg:1:other;",
-              call(probe, "streamLog"));
+    EXPECT_EQ(
+        "new:refuse.jpg:application/octet-stream;write:0:6;destroy:1;"
+        "new:reject.jpg:application/octet-stream;notify:reject.jpg:1:other;",
+        call(probe, "streamLog"));
 }
 
 TEST_F(ProbePluginTest, DestroyingTheInstanceReleasesItsObjects) {

@@ -20,17 +20,23 @@ namespace {
 std::atomic<FakeBrowser*> currentBrowser{nullptr};
 
 // Every member of NPNetscapeFuncs after size and version, in order.
-#define CORVANE_NPN_ENTRIES(X)                                                                                  \
-    X(geturl) X(posturl) X(requestread) X(newstream) X(write) X(destroystream) X(status) X(uagent) X(memalloc) \
-    X(memfree) X(memflush) X(reloadplugins) X(getJavaEnv) X(getJavaPeer) X(geturlnotify) X(posturlnotify)      \
-    X(getvalue) X(setvalue) X(invalidaterect) X(invalidateregion) X(forceredraw) X(getstringidentifier)       \
-    X(getstringidentifiers) X(getintidentifier) X(identifierisstring) X(utf8fromidentifier)                   \
-    X(intfromidentifier) X(createobject) X(retainobject) X(releaseobject) X(invoke) X(invokeDefault)           \
-    X(evaluate) X(getproperty) X(setproperty) X(removeproperty) X(hasproperty) X(hasmethod)                   \
-    X(releasevariantvalue) X(setexception) X(pushpopupsenabledstate) X(poppopupsenabledstate) X(enumerate)    \
-    X(pluginthreadasynccall) X(construct) X(getvalueforurl) X(setvalueforurl) X(getauthenticationinfo)        \
-    X(scheduletimer) X(unscheduletimer) X(popupcontextmenu) X(convertpoint) X(handleevent) X(unfocusinstance) \
-    X(urlredirectresponse) X(initasyncsurface) X(finalizeasyncsurface) X(setcurrentasyncsurface)
+#define CORVANE_NPN_ENTRIES(X)                                                                            \
+    X(geturl)                                                                                             \
+    X(posturl) X(requestread) X(newstream) X(write) X(destroystream) X(status) X(uagent) X(memalloc)      \
+        X(memfree) X(memflush) X(reloadplugins) X(getJavaEnv) X(getJavaPeer) X(geturlnotify)              \
+            X(posturlnotify) X(getvalue) X(setvalue) X(invalidaterect) X(invalidateregion) X(forceredraw) \
+                X(getstringidentifier) X(getstringidentifiers) X(getintidentifier) X(identifierisstring)  \
+                    X(utf8fromidentifier) X(intfromidentifier) X(createobject) X(retainobject)            \
+                        X(releaseobject) X(invoke) X(invokeDefault) X(evaluate) X(getproperty)            \
+                            X(setproperty) X(removeproperty) X(hasproperty) X(hasmethod)                  \
+                                X(releasevariantvalue) X(setexception) X(pushpopupsenabledstate)          \
+                                    X(poppopupsenabledstate) X(enumerate) X(pluginthreadasynccall)        \
+                                        X(construct) X(getvalueforurl) X(setvalueforurl)                  \
+                                            X(getauthenticationinfo) X(scheduletimer) X(unscheduletimer)  \
+                                                X(popupcontextmenu) X(convertpoint) X(handleevent)        \
+                                                    X(unfocusinstance) X(urlredirectresponse)             \
+                                                        X(initasyncsurface) X(finalizeasyncsurface)       \
+                                                            X(setcurrentasyncsurface)
 
 struct EntryInfo {
     const char* name;
@@ -65,7 +71,8 @@ std::string pointerNumber(const void* pointer) {
 struct FakeBrowser::Entries {
     // The current browser after counting (and logging) the call; null,
     // after reporting it, when there is none.
-    static FakeBrowser* browser(const char* entry, const std::string& detail = std::string(), bool logged = true) {
+    static FakeBrowser* browser(const char* entry, const std::string& detail = std::string(),
+                                bool logged = true) {
         FakeBrowser* current = currentBrowser.load();
         if (!current) {
             FakeRuntime::reportMisuse(std::string(entry) + " called when no browser exists");
@@ -98,12 +105,15 @@ struct FakeBrowser::Entries {
     }
 
     static NPError geturl(NPP npp, const char* url, const char* target) {
-        return request(UrlRequest{npp, "GET", url ? url : "", target != nullptr, target ? target : "", nullptr, false, ""},
+        return request(UrlRequest{npp, "GET", url ? url : "", target != nullptr, target ? target : "",
+                                  nullptr, false, ""},
                        "geturl");
     }
-    static NPError posturl(NPP npp, const char* url, const char* target, uint32_t len, const char* buf, NPBool file) {
+    static NPError posturl(NPP npp, const char* url, const char* target, uint32_t len, const char* buf,
+                           NPBool file) {
         std::string body = buf && !file ? std::string(buf, len) : std::string(buf ? buf : "");
-        return request(UrlRequest{npp, "POST", url ? url : "", target != nullptr, target ? target : "", nullptr, false, body},
+        return request(UrlRequest{npp, "POST", url ? url : "", target != nullptr, target ? target : "",
+                                  nullptr, false, body},
                        "posturl");
     }
     static NPError requestread(NPStream*, NPByteRange*) {
@@ -122,9 +132,7 @@ struct FakeBrowser::Entries {
         browser("destroystream");
         return NPERR_GENERIC_ERROR;
     }
-    static void status(NPP, const char* message) {
-        browser("status", message ? message : "");
-    }
+    static void status(NPP, const char* message) { browser("status", message ? message : ""); }
     static const char* uagent(NPP) {
         FakeBrowser* b = browser("uagent");
         return b ? b->_userAgent.c_str() : nullptr;
@@ -141,9 +149,7 @@ struct FakeBrowser::Entries {
         runtime("memflush");
         return 0;
     }
-    static void reloadplugins(NPBool) {
-        browser("reloadplugins");
-    }
+    static void reloadplugins(NPBool) { browser("reloadplugins"); }
     static void* getJavaEnv() {
         browser("getJavaEnv");
         return nullptr;
@@ -153,15 +159,16 @@ struct FakeBrowser::Entries {
         return nullptr;
     }
     static NPError geturlnotify(NPP npp, const char* url, const char* target, void* notifyData) {
-        return request(UrlRequest{npp, "GET", url ? url : "", target != nullptr, target ? target : "", notifyData, true, ""},
+        return request(UrlRequest{npp, "GET", url ? url : "", target != nullptr, target ? target : "",
+                                  notifyData, true, ""},
                        "geturlnotify");
     }
     static NPError posturlnotify(NPP npp, const char* url, const char* target, uint32_t len, const char* buf,
                                  NPBool file, void* notifyData) {
         std::string body = buf && !file ? std::string(buf, len) : std::string(buf ? buf : "");
-        return request(
-            UrlRequest{npp, "POST", url ? url : "", target != nullptr, target ? target : "", notifyData, true, body},
-            "posturlnotify");
+        return request(UrlRequest{npp, "POST", url ? url : "", target != nullptr, target ? target : "",
+                                  notifyData, true, body},
+                       "posturlnotify");
     }
 
     static NPError getvalue(NPP npp, NPNVariable variable, void* value) {
@@ -188,48 +195,49 @@ struct FakeBrowser::Entries {
             }
         }
         switch (variable) {
-        case NPNVxDisplay:
-            *static_cast<void**>(value) = b->_xDisplay;
-            return NPERR_NO_ERROR;
-        case NPNVnetscapeWindow:
-            *static_cast<unsigned long*>(value) = b->_netscapeWindow;
-            return NPERR_NO_ERROR;
-        case NPNVjavascriptEnabledBool:
-        case NPNVSupportsXEmbedBool:
-            *static_cast<NPBool*>(value) = true;
-            return NPERR_NO_ERROR;
-        case NPNVasdEnabledBool:
-        case NPNVisOfflineBool:
-        case NPNVprivateModeBool:
-            *static_cast<NPBool*>(value) = false;
-            return NPERR_NO_ERROR;
-        case NPNVToolkit:
-            *static_cast<NPNToolkitType*>(value) = NPNVGtk2;
-            return NPERR_NO_ERROR;
-        case NPNVWindowNPObject:
-            // The caller gets a reference of its own, as from the hosts.
-            *static_cast<NPObject**>(value) = FakeRuntime::retainObject(b->_window);
-            return NPERR_NO_ERROR;
-        case NPNVPluginElementNPObject: {
-            Instance* instance = b->instanceFor(npp);
-            if (!instance) {
-                return NPERR_INVALID_INSTANCE_ERROR;
+            case NPNVxDisplay:
+                *static_cast<void**>(value) = b->_xDisplay;
+                return NPERR_NO_ERROR;
+            case NPNVnetscapeWindow:
+                *static_cast<unsigned long*>(value) = b->_netscapeWindow;
+                return NPERR_NO_ERROR;
+            case NPNVjavascriptEnabledBool:
+            case NPNVSupportsXEmbedBool:
+                *static_cast<NPBool*>(value) = true;
+                return NPERR_NO_ERROR;
+            case NPNVasdEnabledBool:
+            case NPNVisOfflineBool:
+            case NPNVprivateModeBool:
+                *static_cast<NPBool*>(value) = false;
+                return NPERR_NO_ERROR;
+            case NPNVToolkit:
+                *static_cast<NPNToolkitType*>(value) = NPNVGtk2;
+                return NPERR_NO_ERROR;
+            case NPNVWindowNPObject:
+                // The caller gets a reference of its own, as from the hosts.
+                *static_cast<NPObject**>(value) = FakeRuntime::retainObject(b->_window);
+                return NPERR_NO_ERROR;
+            case NPNVPluginElementNPObject: {
+                Instance* instance = b->instanceFor(npp);
+                if (!instance) {
+                    return NPERR_INVALID_INSTANCE_ERROR;
+                }
+                if (!instance->element) {
+                    instance->element = FakeObject::create();
+                }
+                *static_cast<NPObject**>(value) = FakeRuntime::retainObject(instance->element);
+                return NPERR_NO_ERROR;
             }
-            if (!instance->element) {
-                instance->element = FakeObject::create();
-            }
-            *static_cast<NPObject**>(value) = FakeRuntime::retainObject(instance->element);
-            return NPERR_NO_ERROR;
-        }
-        default:
-            // Among others: the macOS models (2001, 3001) and
-            // NPNVdocumentOrigin, which the Linux host refuses.
-            return NPERR_GENERIC_ERROR;
+            default:
+                // Among others: the macOS models (2001, 3001) and
+                // NPNVdocumentOrigin, which the Linux host refuses.
+                return NPERR_GENERIC_ERROR;
         }
     }
 
     static NPError setvalue(NPP npp, NPPVariable variable, void* value) {
-        FakeBrowser* b = browser("setvalue", std::to_string(static_cast<int>(variable)) + "," + pointerNumber(value));
+        FakeBrowser* b =
+            browser("setvalue", std::to_string(static_cast<int>(variable)) + "," + pointerNumber(value));
         if (!b) {
             return NPERR_GENERIC_ERROR;
         }
@@ -264,12 +272,8 @@ struct FakeBrowser::Entries {
             b->_lastInvalidRect = *rect;
         }
     }
-    static void invalidateregion(NPP, NPRegion) {
-        browser("invalidateregion");
-    }
-    static void forceredraw(NPP) {
-        browser("forceredraw");
-    }
+    static void invalidateregion(NPP, NPRegion) { browser("invalidateregion"); }
+    static void forceredraw(NPP) { browser("forceredraw"); }
     static NPIdentifier getstringidentifier(const NPUTF8* name) {
         runtime("getstringidentifier");
         return FakeRuntime::stringIdentifier(name);
@@ -349,12 +353,8 @@ struct FakeBrowser::Entries {
         runtime("setexception");
         FakeRuntime::setException(object, message);
     }
-    static void pushpopupsenabledstate(NPP, NPBool) {
-        browser("pushpopupsenabledstate");
-    }
-    static void poppopupsenabledstate(NPP) {
-        browser("poppopupsenabledstate");
-    }
+    static void pushpopupsenabledstate(NPP, NPBool) { browser("pushpopupsenabledstate"); }
+    static void poppopupsenabledstate(NPP) { browser("poppopupsenabledstate"); }
     static bool enumerate(NPP npp, NPObject* object, NPIdentifier** identifiers, uint32_t* count) {
         runtime("enumerate");
         return FakeRuntime::enumerate(npp, object, identifiers, count);
@@ -368,7 +368,8 @@ struct FakeBrowser::Entries {
         std::lock_guard<std::mutex> lock(b->_mutex);
         b->_queue.push_back(QueuedCall{npp, [function, data] { function(data); }});
     }
-    static bool construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t argCount, NPVariant* result) {
+    static bool construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t argCount,
+                          NPVariant* result) {
         runtime("construct");
         return FakeRuntime::construct(npp, object, args, argCount, result);
     }
@@ -380,8 +381,8 @@ struct FakeBrowser::Entries {
         browser("setvalueforurl", std::to_string(static_cast<int>(variable)));
         return NPERR_GENERIC_ERROR;
     }
-    static NPError getauthenticationinfo(NPP, const char*, const char*, int32_t, const char*, const char*, char**,
-                                         uint32_t*, char**, uint32_t*) {
+    static NPError getauthenticationinfo(NPP, const char*, const char*, int32_t, const char*, const char*,
+                                         char**, uint32_t*, char**, uint32_t*) {
         browser("getauthenticationinfo");
         return NPERR_GENERIC_ERROR;
     }
@@ -389,9 +390,7 @@ struct FakeBrowser::Entries {
         browser("scheduletimer");
         return 0;
     }
-    static void unscheduletimer(NPP, uint32_t) {
-        browser("unscheduletimer");
-    }
+    static void unscheduletimer(NPP, uint32_t) { browser("unscheduletimer"); }
     static NPError popupcontextmenu(NPP, NPMenu*) {
         browser("popupcontextmenu");
         return NPERR_GENERIC_ERROR;
@@ -408,9 +407,7 @@ struct FakeBrowser::Entries {
         browser("unfocusinstance");
         return false;
     }
-    static void urlredirectresponse(NPP, void*, NPBool) {
-        browser("urlredirectresponse");
-    }
+    static void urlredirectresponse(NPP, void*, NPBool) { browser("urlredirectresponse"); }
     static NPError initasyncsurface(NPP, NPSize*, NPImageFormat, void*, NPAsyncSurface*) {
         browser("initasyncsurface");
         return NPERR_GENERIC_ERROR;
@@ -419,9 +416,7 @@ struct FakeBrowser::Entries {
         browser("finalizeasyncsurface");
         return NPERR_GENERIC_ERROR;
     }
-    static void setcurrentasyncsurface(NPP, NPAsyncSurface*, NPRect*) {
-        browser("setcurrentasyncsurface");
-    }
+    static void setcurrentasyncsurface(NPP, NPAsyncSurface*, NPRect*) { browser("setcurrentasyncsurface"); }
 };
 
 // ---- Construction ----
@@ -441,8 +436,9 @@ FakeBrowser::FakeBrowser() : FakeBrowser(Options()) {}
 FakeBrowser::FakeBrowser(Options options)
     : _options(std::move(options)),
       _mainThread(std::this_thread::get_id()),
-      _userAgent("Mozilla/5.0 (X11; Linux x86_64) AppleWebKit/602.1 (KHTML, like Gecko) corvane-browser/1.0 "
-                 "Version/10.0 Safari/602.1") {
+      _userAgent(
+          "Mozilla/5.0 (X11; Linux x86_64) AppleWebKit/602.1 (KHTML, like Gecko) corvane-browser/1.0 "
+          "Version/10.0 Safari/602.1") {
     FakeBrowser* expected = nullptr;
     if (!currentBrowser.compare_exchange_strong(expected, this)) {
         throw std::logic_error("only one FakeBrowser may exist at a time");
@@ -636,11 +632,12 @@ NPP FakeBrowser::newInstance(const Attributes& attributes, NPError* result, cons
         names.push_back(attribute.first.c_str());
         values.push_back(attribute.second.c_str());
     }
-    return newInstanceRaw(static_cast<int16_t>(attributes.size()), names.data(), values.data(), result, mimeType);
+    return newInstanceRaw(static_cast<int16_t>(attributes.size()), names.data(), values.data(), result,
+                          mimeType);
 }
 
-NPP FakeBrowser::newInstanceRaw(int16_t argc, const char* const* argn, const char* const* argv, NPError* result,
-                                const std::string& mimeType) {
+NPP FakeBrowser::newInstanceRaw(int16_t argc, const char* const* argn, const char* const* argv,
+                                NPError* result, const std::string& mimeType) {
     auto instance = std::make_unique<Instance>();
     Instance* raw = instance.get();
     raw->npp.ndata = raw;
@@ -690,7 +687,8 @@ NPError FakeBrowser::destroyInstance(NPP npp) {
     }
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        auto end = std::remove_if(_queue.begin(), _queue.end(), [npp](const QueuedCall& call) { return call.npp == npp; });
+        auto end = std::remove_if(_queue.begin(), _queue.end(),
+                                  [npp](const QueuedCall& call) { return call.npp == npp; });
         _droppedCalls += static_cast<size_t>(_queue.end() - end);
         _queue.erase(end, _queue.end());
     }
@@ -778,7 +776,8 @@ FakeBrowser::StreamResult FakeBrowser::deliverStream(NPP npp, const std::string&
 }
 
 FakeBrowser::StreamResult FakeBrowser::deliverStream(NPP npp, const std::string& url, const std::string& body,
-                                                     void* notifyData, bool notify, const Delivery& delivery) {
+                                                     void* notifyData, bool notify,
+                                                     const Delivery& delivery) {
     StreamResult result;
     // The URL and data live in blocks freed after the delivery, so that a
     // plug-in keeping pointers into them shows up under AddressSanitizer.
@@ -818,9 +817,10 @@ FakeBrowser::StreamResult FakeBrowser::deliverStream(NPP npp, const std::string&
             size_t count = std::min({chunkSize, body.size() - offset, static_cast<size_t>(ready)});
             std::unique_ptr<char[]> chunk(new char[count]);
             std::memcpy(chunk.get(), body.data() + offset, count);
-            int32_t written = _pluginFuncs.write ? _pluginFuncs.write(npp, stream.get(), static_cast<int32_t>(offset),
-                                                                      static_cast<int32_t>(count), chunk.get())
-                                                 : -1;
+            int32_t written = _pluginFuncs.write
+                                  ? _pluginFuncs.write(npp, stream.get(), static_cast<int32_t>(offset),
+                                                       static_cast<int32_t>(count), chunk.get())
+                                  : -1;
             result.writes.push_back(written);
             if (written < 0) {
                 // The plug-in refuses the stream: the host ends it as failed.

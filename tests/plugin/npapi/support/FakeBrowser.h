@@ -148,8 +148,8 @@ public:
     NPP newInstance(const Attributes& attributes = {}, NPError* result = nullptr,
                     const std::string& mimeType = "application/x-corvane-web");
     // The same with raw arrays, so that null names or values can be passed.
-    NPP newInstanceRaw(int16_t argc, const char* const* argn, const char* const* argv, NPError* result = nullptr,
-                       const std::string& mimeType = "application/x-corvane-web");
+    NPP newInstanceRaw(int16_t argc, const char* const* argn, const char* const* argv,
+                       NPError* result = nullptr, const std::string& mimeType = "application/x-corvane-web");
     // Drops the browser's reference to the scriptable object and any calls
     // still queued for the instance, then NPP_Destroy.
     NPError destroyInstance(NPP npp);
@@ -164,8 +164,8 @@ public:
     int16_t handleEvent(NPP npp, void* event);
     // NPP_NewStream, NPP_WriteReady/NPP_Write in chunks, NPP_DestroyStream
     // and, when `notify`, NPP_URLNotify, as the host delivers a URL.
-    StreamResult deliverStream(NPP npp, const std::string& url, const std::string& body, void* notifyData = nullptr,
-                               bool notify = false);
+    StreamResult deliverStream(NPP npp, const std::string& url, const std::string& body,
+                               void* notifyData = nullptr, bool notify = false);
     StreamResult deliverStream(NPP npp, const std::string& url, const std::string& body, void* notifyData,
                                bool notify, const Delivery& delivery);
     // Delivers the body for urlRequests()[index].

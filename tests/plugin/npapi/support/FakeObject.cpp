@@ -12,10 +12,11 @@ namespace CorvaneTest {
 namespace {
 
 NPClass makeClass(NPAllocateFunctionPtr allocate, NPDeallocateFunctionPtr deallocate,
-                  NPInvalidateFunctionPtr invalidate, NPHasMethodFunctionPtr hasMethod, NPInvokeFunctionPtr invoke,
-                  NPInvokeDefaultFunctionPtr invokeDefault, NPHasPropertyFunctionPtr hasProperty,
-                  NPGetPropertyFunctionPtr getProperty, NPSetPropertyFunctionPtr setProperty,
-                  NPRemovePropertyFunctionPtr removeProperty, NPEnumerationFunctionPtr enumerate) {
+                  NPInvalidateFunctionPtr invalidate, NPHasMethodFunctionPtr hasMethod,
+                  NPInvokeFunctionPtr invoke, NPInvokeDefaultFunctionPtr invokeDefault,
+                  NPHasPropertyFunctionPtr hasProperty, NPGetPropertyFunctionPtr getProperty,
+                  NPSetPropertyFunctionPtr setProperty, NPRemovePropertyFunctionPtr removeProperty,
+                  NPEnumerationFunctionPtr enumerate) {
     NPClass npClass = {};
     npClass.structVersion = NP_CLASS_STRUCT_VERSION;
     npClass.allocate = allocate;
@@ -45,35 +46,35 @@ std::string quoteJson(const std::string& text) {
     std::string out = "\"";
     for (unsigned char c : text) {
         switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\b':
-            out += "\\b";
-            break;
-        case '\f':
-            out += "\\f";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (c < 0x20) {
-                char escaped[8];
-                std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                out += escaped;
-            } else {
-                out += static_cast<char>(c);
-            }
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\b':
+                out += "\\b";
+                break;
+            case '\f':
+                out += "\\f";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (c < 0x20) {
+                    char escaped[8];
+                    std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+                    out += escaped;
+                } else {
+                    out += static_cast<char>(c);
+                }
         }
     }
     return out + "\"";
@@ -132,28 +133,28 @@ bool objectJson(const FakeObject& object, int depth, std::string* text) {
 
 bool valueJson(const FakeValue& value, int depth, std::string* text) {
     switch (value.type()) {
-    case FakeValue::Type::Void:
-        return false;
-    case FakeValue::Type::Null:
-        *text = "null";
-        return true;
-    case FakeValue::Type::Bool:
-        *text = value.boolean() ? "true" : "false";
-        return true;
-    case FakeValue::Type::Int32:
-    case FakeValue::Type::Double:
-        *text = numberJson(value.number());
-        return true;
-    case FakeValue::Type::String:
-        *text = quoteJson(value.string());
-        return true;
-    case FakeValue::Type::Object: {
-        FakeObject* object = FakeObject::from(value.object());
-        if (!object || object->isCallable()) {
+        case FakeValue::Type::Void:
             return false;
+        case FakeValue::Type::Null:
+            *text = "null";
+            return true;
+        case FakeValue::Type::Bool:
+            *text = value.boolean() ? "true" : "false";
+            return true;
+        case FakeValue::Type::Int32:
+        case FakeValue::Type::Double:
+            *text = numberJson(value.number());
+            return true;
+        case FakeValue::Type::String:
+            *text = quoteJson(value.string());
+            return true;
+        case FakeValue::Type::Object: {
+            FakeObject* object = FakeObject::from(value.object());
+            if (!object || object->isCallable()) {
+                return false;
+            }
+            return objectJson(*object, depth, text);
         }
-        return objectJson(*object, depth, text);
-    }
     }
     return false;
 }
@@ -161,10 +162,10 @@ bool valueJson(const FakeValue& value, int depth, std::string* text) {
 }  // namespace
 
 NPClass* FakeObject::npClass() {
-    static NPClass npClass = makeClass(&FakeObject::allocate, &FakeObject::deallocate, &FakeObject::invalidate,
-                                       &FakeObject::hasMethod, &FakeObject::invoke, &FakeObject::invokeDefault,
-                                       &FakeObject::hasProperty, &FakeObject::getProperty, &FakeObject::setProperty,
-                                       &FakeObject::removeProperty, &FakeObject::enumerate);
+    static NPClass npClass = makeClass(
+        &FakeObject::allocate, &FakeObject::deallocate, &FakeObject::invalidate, &FakeObject::hasMethod,
+        &FakeObject::invoke, &FakeObject::invokeDefault, &FakeObject::hasProperty, &FakeObject::getProperty,
+        &FakeObject::setProperty, &FakeObject::removeProperty, &FakeObject::enumerate);
     return &npClass;
 }
 
@@ -360,8 +361,8 @@ bool FakeObject::findMethod(NPIdentifier name, Handler* handler) const {
     return false;
 }
 
-bool FakeObject::call(const std::string& method, const Handler& handler, const NPVariant* args, uint32_t argCount,
-                      NPVariant* result) {
+bool FakeObject::call(const std::string& method, const Handler& handler, const NPVariant* args,
+                      uint32_t argCount, NPVariant* result) {
     std::vector<FakeValue> values = toValues(args, argCount);
     {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -441,7 +442,8 @@ bool FakeObject::invoke(NPObject* object, NPIdentifier name, const NPVariant* ar
     return false;
 }
 
-bool FakeObject::invokeDefault(NPObject* object, const NPVariant* args, uint32_t argCount, NPVariant* result) {
+bool FakeObject::invokeDefault(NPObject* object, const NPVariant* args, uint32_t argCount,
+                               NPVariant* result) {
     FakeObject* self = static_cast<FakeObject*>(object);
     Handler handler;
     {

@@ -62,7 +62,8 @@ NPClass* usableClass(NPObject* object, const char* entry) {
         return nullptr;
     }
     if (!FakeRuntime::isLive(object)) {
-        FakeRuntime::reportMisuse(std::string(entry) + " on object " + pointerText(object) + " that is not alive");
+        FakeRuntime::reportMisuse(std::string(entry) + " on object " + pointerText(object) +
+                                  " that is not alive");
         return nullptr;
     }
     return object->_class;
@@ -237,7 +238,8 @@ void FakeRuntime::releaseObject(NPObject* object) {
         }
     }
     if (dead) {
-        reportMisuse("NPN_ReleaseObject on object " + pointerText(object) + " that is not alive (one release too many)");
+        reportMisuse("NPN_ReleaseObject on object " + pointerText(object) +
+                     " that is not alive (one release too many)");
         return;
     }
     // Outside the lock: a deallocate may release the objects it holds.
@@ -288,7 +290,8 @@ bool FakeRuntime::invokeDefault(NPP, NPObject* object, const NPVariant* args, ui
     return npClass->invokeDefault(object, args, argCount, result);
 }
 
-bool FakeRuntime::construct(NPP, NPObject* object, const NPVariant* args, uint32_t argCount, NPVariant* result) {
+bool FakeRuntime::construct(NPP, NPObject* object, const NPVariant* args, uint32_t argCount,
+                            NPVariant* result) {
     NPClass* npClass = usableClass(object, "NPN_Construct");
     if (!npClass || !NP_CLASS_STRUCT_VERSION_HAS_CTOR(npClass) || !npClass->construct || !result) {
         return false;
@@ -331,7 +334,8 @@ bool FakeRuntime::hasMethod(NPP, NPObject* object, NPIdentifier name) {
 
 bool FakeRuntime::enumerate(NPP, NPObject* object, NPIdentifier** identifiers, uint32_t* count) {
     NPClass* npClass = usableClass(object, "NPN_Enumerate");
-    if (!npClass || !NP_CLASS_STRUCT_VERSION_HAS_ENUM(npClass) || !npClass->enumerate || !identifiers || !count) {
+    if (!npClass || !NP_CLASS_STRUCT_VERSION_HAS_ENUM(npClass) || !npClass->enumerate || !identifiers ||
+        !count) {
         return false;
     }
     return npClass->enumerate(object, identifiers, count);
@@ -398,7 +402,8 @@ bool FakeRuntime::callMethod(NPObject* object, const std::string& name, const st
                              FakeValue* result) {
     ArgumentBlock block(args);
     NPVariant variant;
-    bool answered = invoke(nullptr, object, stringIdentifier(name.c_str()), block.data(), block.count(), &variant);
+    bool answered =
+        invoke(nullptr, object, stringIdentifier(name.c_str()), block.data(), block.count(), &variant);
     return takeResult(answered, &variant, result);
 }
 

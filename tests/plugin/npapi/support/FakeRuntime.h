@@ -64,7 +64,8 @@ public:
                        NPVariant* result);
     static bool invokeDefault(NPP npp, NPObject* object, const NPVariant* args, uint32_t argCount,
                               NPVariant* result);
-    static bool construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t argCount, NPVariant* result);
+    static bool construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t argCount,
+                          NPVariant* result);
     static bool getProperty(NPP npp, NPObject* object, NPIdentifier name, NPVariant* result);
     static bool setProperty(NPP npp, NPObject* object, NPIdentifier name, const NPVariant* value);
     static bool removeProperty(NPP npp, NPObject* object, NPIdentifier name);
@@ -82,7 +83,8 @@ public:
     // so an object result stays usable only while something else holds it.
     static bool callMethod(NPObject* object, const std::string& name, const std::vector<FakeValue>& args = {},
                            FakeValue* result = nullptr);
-    static bool callDefault(NPObject* object, const std::vector<FakeValue>& args = {}, FakeValue* result = nullptr);
+    static bool callDefault(NPObject* object, const std::vector<FakeValue>& args = {},
+                            FakeValue* result = nullptr);
     static bool readProperty(NPObject* object, const std::string& name, FakeValue* result);
     static bool writeProperty(NPObject* object, const std::string& name, const FakeValue& value);
     static bool deleteProperty(NPObject* object, const std::string& name);

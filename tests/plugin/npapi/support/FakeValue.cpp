@@ -37,25 +37,25 @@ FakeValue FakeValue::nullString() {
 
 FakeValue FakeValue::fromVariant(const NPVariant& variant) {
     switch (variant.type) {
-    case NPVariantType_Void:
-        return FakeValue();
-    case NPVariantType_Null:
-        return null();
-    case NPVariantType_Bool:
-        return FakeValue(variant.value.boolValue);
-    case NPVariantType_Int32:
-        return FakeValue(variant.value.intValue);
-    case NPVariantType_Double:
-        return FakeValue(variant.value.doubleValue);
-    case NPVariantType_String: {
-        const NPString& text = variant.value.stringValue;
-        if (!text.UTF8Characters) {
-            return nullString();
+        case NPVariantType_Void:
+            return FakeValue();
+        case NPVariantType_Null:
+            return null();
+        case NPVariantType_Bool:
+            return FakeValue(variant.value.boolValue);
+        case NPVariantType_Int32:
+            return FakeValue(variant.value.intValue);
+        case NPVariantType_Double:
+            return FakeValue(variant.value.doubleValue);
+        case NPVariantType_String: {
+            const NPString& text = variant.value.stringValue;
+            if (!text.UTF8Characters) {
+                return nullString();
+            }
+            return FakeValue(std::string(text.UTF8Characters, text.UTF8Length));
         }
-        return FakeValue(std::string(text.UTF8Characters, text.UTF8Length));
-    }
-    case NPVariantType_Object:
-        return FakeValue(variant.value.objectValue);
+        case NPVariantType_Object:
+            return FakeValue(variant.value.objectValue);
     }
     // A type outside the enumeration: keep it visible rather than guess.
     FakeValue odd("<invalid variant type>");
@@ -71,59 +71,59 @@ double FakeValue::number() const {
 
 void FakeValue::toVariant(NPVariant* out) const {
     switch (_type) {
-    case Type::Void:
-        VOID_TO_NPVARIANT(*out);
-        return;
-    case Type::Null:
-        NULL_TO_NPVARIANT(*out);
-        return;
-    case Type::Bool:
-        BOOLEAN_TO_NPVARIANT(_bool, *out);
-        return;
-    case Type::Int32:
-        INT32_TO_NPVARIANT(_int, *out);
-        return;
-    case Type::Double:
-        DOUBLE_TO_NPVARIANT(_double, *out);
-        return;
-    case Type::String: {
-        if (_nullPointer) {
-            STRINGN_TO_NPVARIANT(static_cast<const NPUTF8*>(nullptr), 0, *out);
+        case Type::Void:
+            VOID_TO_NPVARIANT(*out);
+            return;
+        case Type::Null:
+            NULL_TO_NPVARIANT(*out);
+            return;
+        case Type::Bool:
+            BOOLEAN_TO_NPVARIANT(_bool, *out);
+            return;
+        case Type::Int32:
+            INT32_TO_NPVARIANT(_int, *out);
+            return;
+        case Type::Double:
+            DOUBLE_TO_NPVARIANT(_double, *out);
+            return;
+        case Type::String: {
+            if (_nullPointer) {
+                STRINGN_TO_NPVARIANT(static_cast<const NPUTF8*>(nullptr), 0, *out);
+                return;
+            }
+            auto* bytes = static_cast<NPUTF8*>(FakeRuntime::memAlloc(static_cast<uint32_t>(_text.size())));
+            if (!_text.empty()) {
+                std::memcpy(bytes, _text.data(), _text.size());
+            }
+            STRINGN_TO_NPVARIANT(bytes, _text.size(), *out);
             return;
         }
-        auto* bytes = static_cast<NPUTF8*>(FakeRuntime::memAlloc(static_cast<uint32_t>(_text.size())));
-        if (!_text.empty()) {
-            std::memcpy(bytes, _text.data(), _text.size());
-        }
-        STRINGN_TO_NPVARIANT(bytes, _text.size(), *out);
-        return;
-    }
-    case Type::Object:
-        FakeRuntime::retainObject(_object);
-        OBJECT_TO_NPVARIANT(_object, *out);
-        return;
+        case Type::Object:
+            FakeRuntime::retainObject(_object);
+            OBJECT_TO_NPVARIANT(_object, *out);
+            return;
     }
 }
 
 std::string FakeValue::describe() const {
     char buffer[64];
     switch (_type) {
-    case Type::Void:
-        return "void";
-    case Type::Null:
-        return "null";
-    case Type::Bool:
-        return _bool ? "true" : "false";
-    case Type::Int32:
-        return std::to_string(_int);
-    case Type::Double:
-        std::snprintf(buffer, sizeof buffer, "%g (double)", _double);
-        return buffer;
-    case Type::String:
-        return _nullPointer ? "\"\" (null pointer)" : "\"" + _text + "\"";
-    case Type::Object:
-        std::snprintf(buffer, sizeof buffer, "object %p", static_cast<void*>(_object));
-        return buffer;
+        case Type::Void:
+            return "void";
+        case Type::Null:
+            return "null";
+        case Type::Bool:
+            return _bool ? "true" : "false";
+        case Type::Int32:
+            return std::to_string(_int);
+        case Type::Double:
+            std::snprintf(buffer, sizeof buffer, "%g (double)", _double);
+            return buffer;
+        case Type::String:
+            return _nullPointer ? "\"\" (null pointer)" : "\"" + _text + "\"";
+        case Type::Object:
+            std::snprintf(buffer, sizeof buffer, "object %p", static_cast<void*>(_object));
+            return buffer;
     }
     return "?";
 }
@@ -133,21 +133,21 @@ bool FakeValue::operator==(const FakeValue& other) const {
         return false;
     }
     switch (_type) {
-    case Type::Void:
-    case Type::Null:
-        return true;
-    case Type::Bool:
-        return _bool == other._bool;
-    case Type::Int32:
-        return _int == other._int;
-    case Type::Double:
-        return _double == other._double;
-    case Type::String:
-        // An empty text equals an empty text whatever its pointer was;
-        // hasNullPointer() tells them apart where it matters.
-        return _text == other._text;
-    case Type::Object:
-        return _object == other._object;
+        case Type::Void:
+        case Type::Null:
+            return true;
+        case Type::Bool:
+            return _bool == other._bool;
+        case Type::Int32:
+            return _int == other._int;
+        case Type::Double:
+            return _double == other._double;
+        case Type::String:
+            // An empty text equals an empty text whatever its pointer was;
+            // hasNullPointer() tells them apart where it matters.
+            return _text == other._text;
+        case Type::Object:
+            return _object == other._object;
     }
     return false;
 }

@@ -89,7 +89,8 @@ PendingCall* pendingCall(NPP npp, const NPVariant* args, uint32_t argCount) {
     return new PendingCall{npp, function, textOf(args[1])};
 }
 
-bool probeInvoke(NPObject* object, NPIdentifier name, const NPVariant* args, uint32_t argCount, NPVariant* result) {
+bool probeInvoke(NPObject* object, NPIdentifier name, const NPVariant* args, uint32_t argCount,
+                 NPVariant* result) {
     ProbeInstance* instance = reinterpret_cast<ProbeObject*>(object)->instance;
     NPUTF8* utf8 = browser.utf8fromidentifier(name);
     std::string method = utf8 ? utf8 : "";
@@ -114,10 +115,11 @@ bool probeInvoke(NPObject* object, NPIdentifier name, const NPVariant* args, uin
         NPVariant hostname;
         VOID_TO_NPVARIANT(location);
         VOID_TO_NPVARIANT(hostname);
-        bool found = window && browser.getproperty(npp, window, browser.getstringidentifier("location"), &location) &&
+        bool found = window &&
+                     browser.getproperty(npp, window, browser.getstringidentifier("location"), &location) &&
                      NPVARIANT_IS_OBJECT(location) &&
-                     browser.getproperty(npp, NPVARIANT_TO_OBJECT(location), browser.getstringidentifier("hostname"),
-                                         &hostname);
+                     browser.getproperty(npp, NPVARIANT_TO_OBJECT(location),
+                                         browser.getstringidentifier("hostname"), &hostname);
         if (found) {
             returnText(NPVARIANT_IS_STRING(hostname) ? textOf(hostname) : "?", result);
             browser.releasevariantvalue(&hostname);
@@ -138,8 +140,8 @@ bool probeInvoke(NPObject* object, NPIdentifier name, const NPVariant* args, uin
                     NPVARIANT_IS_OBJECT(json);
         if (done) {
             // The page's answer becomes ours to hand on.
-            done = browser.invoke(npp, NPVARIANT_TO_OBJECT(json), browser.getstringidentifier("stringify"), args, 1,
-                                  result);
+            done = browser.invoke(npp, NPVARIANT_TO_OBJECT(json), browser.getstringidentifier("stringify"),
+                                  args, 1, result);
             browser.releasevariantvalue(&json);
         }
         if (window) {
@@ -205,8 +207,19 @@ void probeDeallocate(NPObject* object) {
     delete reinterpret_cast<ProbeObject*>(object);
 }
 
-NPClass probeClass = {NP_CLASS_STRUCT_VERSION, probeAllocate, probeDeallocate, nullptr, probeHasMethod, probeInvoke,
-                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+NPClass probeClass = {NP_CLASS_STRUCT_VERSION,
+                      probeAllocate,
+                      probeDeallocate,
+                      nullptr,
+                      probeHasMethod,
+                      probeInvoke,
+                      nullptr,
+                      nullptr,
+                      nullptr,
+                      nullptr,
+                      nullptr,
+                      nullptr,
+                      nullptr};
 
 ProbeInstance* instanceOf(NPP npp) {
     return npp ? static_cast<ProbeInstance*>(npp->pdata) : nullptr;
@@ -249,8 +262,8 @@ NPError probeDestroy(NPP npp, NPSavedData**) {
 NPError probeSetWindow(NPP npp, NPWindow* window) {
     ProbeInstance* instance = instanceOf(npp);
     if (instance && window) {
-        instance->lastWindow = std::to_string(window->width) + "x" + std::to_string(window->height) + " type " +
-                               std::to_string(window->type) + (window->ws_info ? " ws_info" : "");
+        instance->lastWindow = std::to_string(window->width) + "x" + std::to_string(window->height) +
+                               " type " + std::to_string(window->type) + (window->ws_info ? " ws_info" : "");
     }
     return NPERR_NO_ERROR;
 }
