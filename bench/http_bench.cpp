@@ -5,7 +5,9 @@
 // Counters:
 //   RoundTrip: ours_us, curl_us per exchange and ratio = ours / curl.
 //   Body/<0|1>: us_per_MiB for 1 MiB and 8 MiB answers (Content-Length
-//   absent/present) and ratio = per-MiB time at 8 MiB / per-MiB time at 1 MiB.
+//   absent/present) and ratio = per-MiB time at 8 MiB / per-MiB time at 1 MiB;
+//   served_by_sim tells whether kestrix-sim or the in-process stand-in sent
+//   them.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -200,9 +202,14 @@ void BM_RoundTrip(benchmark::State& state) {
 }
 BENCHMARK(BM_RoundTrip)->Unit(benchmark::kMicrosecond)->MinTime(2.0);
 
-// Serves "GET /body/<bytes>/<0|1>" with that many filler bytes, with (1) or
-// without (0) a Content-Length header, then closes. Stands in for the
-// client until kestrix-sim can serve a body of a given size.
+// The body call: that many filler bytes, with (1) or without (0) a
+// Content-Length header, then the connection closes.
+std::string bodyPath(size_t bytes, bool withLength) {
+    return "/sim/body?bytes=" + std::to_string(bytes) + "&length=" + (withLength ? "1" : "0");
+}
+
+// Answers the body call in this process, for as long as kestrix-sim does
+// not know it.
 class BodyServer {
 public:
     BodyServer() {
@@ -243,7 +250,7 @@ private:
             }
             size_t size = 0;
             int withLength = 0;
-            std::sscanf(request.c_str(), "GET /body/%zu/%d", &size, &withLength);
+            std::sscanf(request.c_str(), "GET /sim/body?bytes=%zu&length=%d", &size, &withLength);
             size = std::min(size, _filler.size());
             std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n";
             if (withLength)
@@ -275,11 +282,23 @@ private:
     std::thread _thread;
 };
 
+// Where the body calls go: kestrix-sim when it serves them, else the
+// in-process stand-in.
+unsigned short bodyServerPort(bool& bySim) {
+    size_t got = 0;
+    bySim = sim().ready() && oursGet(sim().host(), sim().port(), bodyPath(3, true), got) && got == 3;
+    if (bySim)
+        return sim().port();
+    static BodyServer standIn;
+    return standIn.port();
+}
+
 void BM_Body(benchmark::State& state) {
     const bool withLength = state.range(0) != 0;
-    static BodyServer server;
-    if (server.port() == 0) {
-        state.SkipWithError("cannot listen");
+    bool bySim = false;
+    const unsigned short port = bodyServerPort(bySim);
+    if (port == 0) {
+        state.SkipWithError("no body server");
         return;
     }
     const size_t mib = 1 << 20;
@@ -287,10 +306,10 @@ void BM_Body(benchmark::State& state) {
     double large = 0;
     for (auto _ : state) {
         for (const size_t size : {mib, 8 * mib}) {
-            const std::string path = "/body/" + std::to_string(size) + "/" + (withLength ? "1" : "0");
+            const std::string path = bodyPath(size, withLength);
             size_t got = 0;
             const Clock::time_point start = Clock::now();
-            if (!oursGet("127.0.0.1", server.port(), path, got) || got != size) {
+            if (!oursGet("127.0.0.1", port, path, got) || got != size) {
                 state.SkipWithError("body request failed");
                 return;
             }
@@ -302,6 +321,7 @@ void BM_Body(benchmark::State& state) {
         state.counters["us_per_MiB_1MiB"] = small / n;
         state.counters["us_per_MiB_8MiB"] = large / n / 8;
         state.counters["ratio"] = (large / 8) / small;
+        state.counters["served_by_sim"] = bySim ? 1 : 0;
     }
 }
 BENCHMARK(BM_Body)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MinTime(2.0);
