@@ -1,0 +1,49 @@
+// One plug-in instance's queue of work for the browser's main thread.
+//
+// Any thread may queue a function with its data; each one runs once, on the
+// main thread, in the order queued, in a later turn of the main loop. Page
+// objects may only be touched there, so everything that ends in a call into
+// the page comes through here. Work still queued when the manager goes is
+// dropped without being run: nothing reaches an instance that is gone.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <utility>
+
+#include "cv_thread.h"
+
+namespace Kestrix {
+namespace Web {
+
+class OneShotManagerHelper;
+
+class OneShotManager {
+public:
+    using Function = void (*)(void*);
+
+    OneShotManager();
+    // Drops whatever is still queued, without running it or freeing its data.
+    ~OneShotManager();
+    OneShotManager(const OneShotManager&) = delete;
+    OneShotManager& operator=(const OneShotManager&) = delete;
+
+    // Any thread. Queues function(data) and asks the main thread for one
+    // turn to run it.
+    void scheduleAsyncCallback(Function function, void* data);
+    // Main thread, once per queued pair: runs the oldest pair.
+    void asyncCallback();
+
+    // Runs function(data) once on the main thread in a later turn, tied to
+    // no instance: for what must still happen after an instance has gone,
+    // such as letting go of a page object.
+    static void postToMainThread(Function function, void* data);
+
+private:
+    std::deque<std::pair<Function, void*>> _callbackQueue;  // guarded by _mutex
+    std::unique_ptr<cv_mutex_t> _mutex;
+    OneShotManagerHelper* _helper;  // one reference of ours
+};
+
+}  // namespace Web
+}  // namespace Kestrix
