@@ -1,0 +1,134 @@
+// One plug-in instance: what an embed element of our MIME type becomes.
+//
+// It reads the element's parameters, owns the core (PlugIn), the callback
+// queue (OneShotManager) and the transfer-event handler, keeps the page
+// objects set as properties, loads the optional button image through a
+// browser stream, and carries the methods that pages call through the
+// scriptable object (ScriptObject.h).
+//
+// Threads: everything here runs on the browser's main thread, except
+// oneShotManager(), which CW_ScheduleAsyncCallback (BrowserFuncs.cpp)
+// reads from worker threads to queue work for the main thread. The queue
+// is created before the page can start any work and deleted only after
+// the core has joined its threads.
+#pragma once
+
+#include <stdint.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "npfunctions.h"
+
+namespace Kestrix {
+namespace Web {
+
+class OneShotManager;
+class PlugIn;
+class TransferEventHandler;
+
+class cvCorvaneWebPlugin {
+public:
+    using Parameters = std::map<std::string, std::string>;
+
+    // Element attribute values that a missing attribute reads as: the map
+    // gains the key with an empty value. Throws what the core throws.
+    cvCorvaneWebPlugin(NPP npp, Parameters& parameters);
+    virtual ~cvCorvaneWebPlugin();
+    cvCorvaneWebPlugin(const cvCorvaneWebPlugin&) = delete;
+    cvCorvaneWebPlugin& operator=(const cvCorvaneWebPlugin&) = delete;
+
+    // ---- What the entry points reach ----
+    // The scriptable object (the caller adds its own reference).
+    virtual NPObject* objectForWebScript();
+    virtual void createStream(NPMIMEType type, NPStream* stream, NPBool seekable, uint16_t* stype);
+    virtual void destroyStream(NPStream* stream, NPReason reason);
+    virtual int16_t handleEvent(void* event);
+    // Bytes of the image stream are kept; any other stream is refused (-1).
+    virtual int32_t receiveOnStream(NPStream* stream, int32_t offset, int32_t len, void* buffer);
+    virtual bool setWindow(NPWindow* window, NPP npp);
+    void streamAsFile(NPStream* stream, const char* fileName);
+    void urlNotify(const char* url, NPReason reason);
+
+    // ---- Properties ----
+    bool getName(NPVariant* result);
+    bool setName(const NPVariant* value);
+    bool getDropObserver(NPVariant* result);
+    bool setDropObserver(const NPVariant* value);
+    bool getEventHandler(NPVariant* result);
+    bool setEventHandler(const NPVariant* value);
+
+    // ---- Script methods ----
+    // Each answers false when the page's arguments do not fit (the browser
+    // then raises a script error); otherwise it fills *result and answers
+    // true.
+    bool addToDownloadList(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool addToUploadList(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool clearDownloadList(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool clearUploadList(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool kestrixHttpRequest(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool kestrixHttpRequestAsync(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool displayAboutWindow(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool displayPreferencesWindow(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool displayTransferManager(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool initSession(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool queryBrowserEngine(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool queryBuildVersion(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool queryPluginVersion(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool queryVersion(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool queryKestrixVersion(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool startDownload(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool startDownloadToPath(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool startUploadToURL(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool startListDownloadToPath(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool readAsArrayBuffer(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool readChunkAsArrayBuffer(const NPVariant* args, uint32_t argCount, NPVariant* result);
+    bool startListUploadToURL(const NPVariant* args, uint32_t argCount, NPVariant* result);
+
+    // ---- State ----
+    NPP npp() const { return _npp; }
+    PlugIn* core() const { return _core.get(); }
+    // The instance's callback queue; safe to call from any thread while the
+    // instance lives (see the note at the top).
+    OneShotManager* oneShotManager() const { return _oneShotManager.get(); }
+    TransferEventHandler* transferEventHandler() const { return _transferEventHandler.get(); }
+    int launchTimeoutMs() const { return _launchTimeoutMs; }
+    bool transparent() const { return _transparent; }
+    const std::string& imageUrl() const { return _imageUrl; }
+    // 0 none, 1 "upload", 2 "callback".
+    int32_t dropMode() const { return _dropMode; }
+    bool dropAllowDirectories() const { return _dropAllowDirectories; }
+    bool dropAllowMultiple() const { return _dropAllowMultiple; }
+    NPObject* dropObserver() const { return _dropObserver; }
+    NPObject* eventHandler() const { return _eventHandler; }
+    // The image received so far (null once the stream has ended).
+    const unsigned char* imageData() const { return _imageData; }
+    int32_t imageSize() const { return _imageSize; }
+    // The browser's own top-level window, the parent for dialogs; null when
+    // the browser does not say.
+    void* getBrowserWindow() const;
+
+private:
+    NPP _npp;
+    std::unique_ptr<PlugIn> _core;
+    std::unique_ptr<OneShotManager> _oneShotManager;
+    std::unique_ptr<TransferEventHandler> _transferEventHandler;
+    std::string _imageUrl;
+    int32_t _dropMode = 0;
+    bool _dropAllowDirectories = false;
+    bool _dropAllowMultiple = false;
+    // The first non-null window has come (the image is then requested).
+    bool _windowSeen = false;
+    unsigned char* _imageData = nullptr;
+    int32_t _imageSize = 0;
+    NPClass* _scriptClass = nullptr;
+    NPObject* _scriptObject = nullptr;
+    NPObject* _dropObserver = nullptr;
+    NPObject* _eventHandler = nullptr;
+    bool _transparent = false;
+    int _launchTimeoutMs = 0;
+};
+
+}  // namespace Web
+}  // namespace Kestrix
