@@ -1,0 +1,265 @@
+#include "RunnableScheduler.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Callback.h"
+#include "NetLogCapture.h"
+#include "OneShotManager.h"
+#include "Runnable.h"
+
+using CorvaneTest::NetLogCapture;
+using Kestrix::Web::Callback;
+using Kestrix::Web::OneShotManager;
+using Kestrix::Web::Runnable;
+using Kestrix::Web::RunnableScheduler;
+
+namespace {
+
+bool pumpUntil(const std::function<bool()>& done)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        if (!g_main_context_iteration(nullptr, FALSE)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    return true;
+}
+
+void drain()
+{
+    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
+    }
+}
+
+std::string pointerText(const char* fmt, const void* pointer, int number = 0)
+{
+    char buffer[160];
+    snprintf(buffer, sizeof buffer, fmt, pointer, number);
+    return buffer;
+}
+
+// Everything the runnables and callbacks of one test did, in order.
+using Events = std::vector<std::string>;
+
+// A dialog stand-in: run() "shows" and returns; stop() marks it interrupted.
+// A hook lets a test act while it runs, as the page may while a panel shows.
+class TestRunnable : public Runnable {
+public:
+    TestRunnable(Events* events, std::string name, unsigned long result = 1)
+        : _events(events), _name(std::move(name)), _result(result)
+    {
+    }
+    ~TestRunnable() override { _events->push_back(_name + " deleted"); }
+
+    bool isInterrupted() const override { return _stopped; }
+    unsigned long result() const override { return _result; }
+    std::string resultStr() const override { return "[\"/tmp/" + _name + "\"]"; }
+    void run() override
+    {
+        _events->push_back(_name + " run" + (_stopped ? " (stopped)" : ""));
+        _runThread = std::this_thread::get_id();
+        if (whileRunning) {
+            whileRunning();
+        }
+    }
+    void stop() override
+    {
+        _events->push_back(_name + " stop");
+        _stopped = true;
+    }
+
+    std::function<void()> whileRunning;
+    std::thread::id runThread() const { return _runThread; }
+
+private:
+    Events* _events;
+    std::string _name;
+    unsigned long _result;
+    bool _stopped = false;
+    std::thread::id _runThread;
+};
+
+class TestCallback : public Callback {
+public:
+    TestCallback(Events* events, std::string name) : _events(events), _name(std::move(name)) {}
+    ~TestCallback() override { _events->push_back(_name + " deleted"); }
+    void handleCallback(void* subject) override
+    {
+        auto* runnable = static_cast<Runnable*>(subject);
+        _events->push_back(_name + " told result=" + std::to_string(runnable->result()) + " " +
+                           runnable->resultStr());
+    }
+
+private:
+    Events* _events;
+    std::string _name;
+};
+
+class RunnableSchedulerTest : public ::testing::Test {
+protected:
+    void SetUp() override { RunnableScheduler::init(); }
+    void TearDown() override
+    {
+        drain();
+        RunnableScheduler::cleanup();
+    }
+};
+
+TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt)
+{
+    NetLogCapture log;
+    ASSERT_FALSE(RunnableScheduler::isInitialized());
+    RunnableScheduler::init();
+    RunnableScheduler::init();  // would stop the process if it made a second mutex
+    EXPECT_TRUE(RunnableScheduler::isInitialized());
+    EXPECT_EQ(log.count("DBG RunnableScheduler::init()"), 2u);
+
+    RunnableScheduler::cleanup();
+    EXPECT_FALSE(RunnableScheduler::isInitialized());
+    RunnableScheduler::cleanup();
+    EXPECT_EQ(log.count("DBG RunnableScheduler::cleanup()"), 2u);
+
+    // Initialised again after a cleanup, it works as new.
+    RunnableScheduler::init();
+    EXPECT_TRUE(RunnableScheduler::isInitialized());
+    RunnableScheduler::cleanup();
+}
+
+TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCallback)
+{
+    NetLogCapture log;
+    OneShotManager osm;
+    Events events;
+    auto* runnable = new TestRunnable(&events, "open");
+    RunnableScheduler::scheduleRunnable(&osm, runnable, new TestCallback(&events, "callback"));
+    EXPECT_TRUE(events.empty()) << "the page's call returns before the runnable starts";
+    EXPECT_TRUE(log.has("DBG RunnableScheduler::scheduleRunnable()"));
+
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
+    EXPECT_EQ(events, (Events{"open run", "callback told result=1 [\"/tmp/open\"]", "callback deleted",
+                              "open deleted"}));
+    EXPECT_TRUE(log.has("DBG RunnableScheduler - handleRunnablePair()"));
+}
+
+TEST_F(RunnableSchedulerTest, AResultOfZeroIsStillHandedToTheCallbackWhichDecides)
+{
+    OneShotManager osm;
+    Events events;
+    RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "cancelled", 0),
+                                        new TestCallback(&events, "callback"));
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
+    EXPECT_EQ(events[1], "callback told result=0 [\"/tmp/cancelled\"]");
+    EXPECT_EQ(events[2], "callback deleted");
+}
+
+TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted)
+{
+    OneShotManager osm;
+    Events events;
+    RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "alone"), nullptr);
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 2; }));
+    EXPECT_EQ(events, (Events{"alone run", "alone deleted"}));
+}
+
+TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold)
+{
+    NetLogCapture log;
+    OneShotManager osm;
+    Events events;
+    auto* runnable = new TestRunnable(&events, "open");
+    RunnableScheduler::scheduleRunnable(&osm, runnable, new TestCallback(&events, "callback"));
+
+    RunnableScheduler::stopRunnables(&osm);
+    EXPECT_TRUE(log.has(pointerText("DBG RunnableScheduler::stopRunnables() - osm=%p; size=%i", &osm, 1)));
+    EXPECT_TRUE(log.has(pointerText("DBG RunnableScheduler::stopRunnables() - stopping %p", runnable)));
+
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
+    EXPECT_EQ(events, (Events{"open stop", "open run (stopped)", "callback deleted", "open deleted"}));
+
+    // It left the scheduler's books when its run ended.
+    log.clear();
+    RunnableScheduler::stopRunnables(&osm);
+    EXPECT_TRUE(log.has(pointerText("DBG RunnableScheduler::stopRunnables() - osm=%p; size=%i", &osm, 0)));
+}
+
+TEST_F(RunnableSchedulerTest, StopReachesOnlyTheRunnablesOfTheGivenQueue)
+{
+    OneShotManager mine;
+    OneShotManager other;
+    Events events;
+    RunnableScheduler::scheduleRunnable(&mine, new TestRunnable(&events, "mine"), nullptr);
+    RunnableScheduler::scheduleRunnable(&other, new TestRunnable(&events, "other"),
+                                        new TestCallback(&events, "callback"));
+    RunnableScheduler::stopRunnables(&mine);
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 7; }));
+    EXPECT_EQ(events, (Events{"mine stop", "mine run (stopped)", "mine deleted", "other run",
+                              "callback told result=1 [\"/tmp/other\"]", "callback deleted", "other deleted"}));
+}
+
+TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIsToldNothing)
+{
+    NetLogCapture log;
+    Events events;
+    auto osm = std::make_unique<OneShotManager>();
+    auto* runnable = new TestRunnable(&events, "save");
+    // While the panel shows, the browser tears the instance down: the
+    // runnables are stopped, then the queue goes.
+    runnable->whileRunning = [&] {
+        RunnableScheduler::stopRunnables(osm.get());
+        osm.reset();
+    };
+    RunnableScheduler::scheduleRunnable(osm.get(), runnable, new TestCallback(&events, "callback"));
+    ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
+    EXPECT_EQ(events, (Events{"save run", "save stop", "callback deleted", "save deleted"}));
+    EXPECT_EQ(log.countPrefix("DBG RunnableScheduler::stopRunnables() - stopping "), 1u);
+}
+
+TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted)
+{
+    NetLogCapture log;
+    Events events;
+    auto osm = std::make_unique<OneShotManager>();
+    RunnableScheduler::scheduleRunnable(osm.get(), new TestRunnable(&events, "late"),
+                                        new TestCallback(&events, "callback"));
+    RunnableScheduler::stopRunnables(osm.get());
+    osm.reset();
+    ASSERT_TRUE(pumpUntil([&] { return log.has("DBG OneShotManagerHelper::shoot() - aborting callback"); }));
+    drain();
+    EXPECT_EQ(events, Events{"late stop"});
+}
+
+TEST(RunnableSchedulerDeathTest, SchedulingOrStoppingOutsideInitAndCleanupStopsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    ASSERT_FALSE(RunnableScheduler::isInitialized());
+    EXPECT_DEATH(
+        {
+            OneShotManager osm;
+            Events events;
+            RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "x"), nullptr);
+        },
+        "Assertion failed: kRunnablesMutex != NULL \\(plugin/src/RunnableScheduler, line 98\\)");
+    EXPECT_DEATH(
+        {
+            RunnableScheduler::init();
+            RunnableScheduler::cleanup();
+            OneShotManager osm;
+            RunnableScheduler::stopRunnables(&osm);
+        },
+        "Assertion failed: kRunnablesMutex != NULL \\(plugin/src/RunnableScheduler, line 109\\)");
+}
+
+}  // namespace
