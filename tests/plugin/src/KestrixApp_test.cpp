@@ -149,13 +149,6 @@ TEST_F(KestrixAppTest, KeyFileVariants) {
     EXPECT_EQ("k1\nk2", KestrixApp::kestrixUUID()) << "everything after the first line";
 }
 
-TEST_F(KestrixAppTest, KeyWithoutTrailingNewlineFromTheClient) {
-    KestrixSim sim;
-    ASSERT_TRUE(startSim(sim, {"--no-key-newline"})) << sim.error();
-    EXPECT_EQ(sim.key(), KestrixApp::kestrixUUID());
-    EXPECT_TRUE(KestrixApp::isRunning());
-}
-
 TEST_F(KestrixAppTest, IsRunningFindsARestartedClientOnItsNewPortInOneCall) {
     KestrixSim first;
     ASSERT_TRUE(startSim(first)) << first.error();
