@@ -1,9 +1,13 @@
 // Tests of kestrix-sim, the stand-in local client, run as a real process and
 // spoken to over real sockets on 127.0.0.1.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <yajl/yajl_tree.h>
@@ -19,6 +23,8 @@
 
 #include "KestrixSim.h"
 #include "TempDir.h"
+
+extern char** environ;
 
 namespace fs = std::filesystem;
 using CorvaneTest::KestrixSim;
@@ -166,6 +172,95 @@ std::string keyedGet(const KestrixSim& sim, const std::string& path) {
 std::string headerBlock(const std::string& response) {
     return response.substr(0, response.find("\r\n\r\n") + 2);
 }
+
+// The simulator run by hand, with stdout and stderr going to files of its
+// home, to see everything it prints (the shared helper reads stdout itself
+// and leaves stderr to the test's own).
+class Printing {
+public:
+    explicit Printing(std::vector<std::string> args) {
+        args.insert(args.begin(), KestrixSim::programPath());
+        std::vector<std::string> env = {"HOME=" + _home.path(),
+                                        "XDG_DATA_HOME=" + _home.path() + "/data"};
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string text = *entry;
+            if (text.compare(0, 5, "HOME=") != 0 && text.compare(0, 14, "XDG_DATA_HOME=") != 0)
+                env.push_back(text);
+        }
+        std::vector<char*> argv, envp;
+        for (auto& arg : args)
+            argv.push_back(arg.data());
+        argv.push_back(nullptr);
+        for (auto& entry : env)
+            envp.push_back(entry.data());
+        envp.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outFile().c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errFile().c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (posix_spawn(&_pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0)
+            _pid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        // Ready once the line is complete: the port is on it, the key in the URL file.
+        const auto deadline = Clock::now() + std::chrono::seconds(10);
+        while (_pid > 0 && readFile(outFile()).find('\n') == std::string::npos &&
+               Clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const std::string line = readFile(outFile());
+        const size_t colon = line.rfind(':');
+        if (colon != std::string::npos && line.find('\n') != std::string::npos)
+            _port = static_cast<unsigned short>(std::atoi(line.c_str() + colon + 1));
+        const std::string uri =
+            readFile(_home.path() + "/data/Corvane/Corvane Kestrix/var/run/http.uri");
+        _key = uri.substr(uri.find('\n') + 1);
+        while (!_key.empty() && _key.back() == '\n')
+            _key.pop_back();
+    }
+    ~Printing() {
+        if (_pid > 0) {
+            kill(_pid, SIGKILL);
+            waitpid(_pid, nullptr, 0);
+        }
+    }
+
+    unsigned short port() const { return _port; }
+    std::string out() const { return readFile(outFile()); }
+    std::string err() const { return readFile(errFile()); }
+    const std::string& home() const { return _home.path(); }
+
+    Probe request(const std::string& method, const std::string& path, const std::string& body = "",
+                  const std::string& type = "") const {
+        return probe(_port,
+                     method + " " + path + " HTTP/1.1\r\nAuthorization-key: " + _key +
+                         "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
+                         (type.empty() ? "" : "Content-Type: " + type + "\r\n") + "\r\n" + body,
+                     5000);
+    }
+    // True when it exited by itself with status 0 in time.
+    bool waitForExit(int timeoutMs) {
+        const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        int status = 0;
+        while (Clock::now() < deadline) {
+            if (waitpid(_pid, &status, WNOHANG) == _pid) {
+                _pid = -1;
+                return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+
+private:
+    std::string outFile() const { return _home.path() + "/stdout.txt"; }
+    std::string errFile() const { return _home.path() + "/stderr.txt"; }
+
+    TempDir _home;
+    pid_t _pid = -1;
+    unsigned short _port = 0;
+    std::string _key;
+};
 
 }  // namespace
 
@@ -384,6 +479,42 @@ TEST(KestrixSimEndpoints, MalformedRequestsAre400) {
               400);
 }
 
+TEST(KestrixSimEndpoints, BodyServesFillerWithOrWithoutLengthAndNeverMisbehaves) {
+    KestrixSim sim;
+    // Every other answer would be garbage: the body call must not be.
+    ASSERT_TRUE(sim.start({"--quiet", "--mode", "garbage"})) << sim.error();
+    const size_t size = 300 * 1000 + 7;
+    const std::string bytes = "/sim/body?bytes=" + std::to_string(size);
+    Probe sized = probe(sim.port(), keyedGet(sim, bytes + "&length=1"), 5000);
+    EXPECT_TRUE(sized.closed);
+    EXPECT_EQ(KestrixSim::statusOf(sized.received), 200);
+    const std::string head = headerBlock(sized.received);
+    EXPECT_NE(head.find("\r\nContent-Length: " + std::to_string(size) + "\r\n"), std::string::npos) << head;
+    EXPECT_NE(head.find("\r\nContent-Type: application/octet-stream\r\n"), std::string::npos) << head;
+    const std::string body = KestrixSim::bodyOf(sized.received);
+    ASSERT_EQ(body.size(), size);
+    EXPECT_EQ(body.find('\0'), std::string::npos);
+    EXPECT_EQ(body.compare(0, 8, "abcdefgh"), 0);
+    EXPECT_NE(body.substr(0, 36), body.substr(1, 36));  // not one byte repeated
+
+    Probe unsized = probe(sim.port(), keyedGet(sim, bytes + "&length=0"), 5000);
+    EXPECT_TRUE(unsized.closed);
+    EXPECT_EQ(KestrixSim::statusOf(unsized.received), 200);
+    EXPECT_EQ(headerBlock(unsized.received).find("Content-Length"), std::string::npos);
+    EXPECT_EQ(KestrixSim::bodyOf(unsized.received), body);
+
+    const std::string none = sim.exchangeRaw(keyedGet(sim, "/sim/body?bytes=0"));
+    EXPECT_NE(headerBlock(none).find("\r\nContent-Length: 0\r\n"), std::string::npos) << none;
+    EXPECT_EQ(KestrixSim::bodyOf(none), "");
+
+    for (const std::string query : {"", "?bytes=", "?bytes=-1", "?bytes=1x", "?bytes=67108865",
+                                    "?bytes=5&length=2", "?length=1"})
+        EXPECT_EQ(KestrixSim::statusOf(sim.exchangeRaw(keyedGet(sim, "/sim/body" + query))), 400) << query;
+    EXPECT_EQ(KestrixSim::statusOf(sim.request("POST", "/sim/body?bytes=5")), 405);
+    // The key is needed here as everywhere.
+    EXPECT_EQ(KestrixSim::statusOf(sim.exchangeRaw("GET /sim/body?bytes=5 HTTP/1.1\r\n\r\n")), 403);
+}
+
 // --- transfers and the activity feed ------------------------------------------
 
 TEST(KestrixSimTransfers, DownloadCopiesTheFileAndShowsProgressInTheFeed) {
@@ -561,6 +692,39 @@ TEST(KestrixSimTransfers, BadTransferRequestsAreRefused) {
     EXPECT_EQ(Doc(sim.state()).count({"transfers"}), 0u);
 }
 
+TEST(KestrixSimTransfers, ScriptedActivityAnswersComeFirstInOrder) {
+    KestrixSim sim;
+    ASSERT_TRUE(sim.start({"--quiet"})) << sim.error();
+    const std::string noToken = "{\"transfers\":[1]}";
+    const std::string error = "{\"error\":{\"code\":-1,\"user_message\":\"busy\"}}";
+    const std::string broken = "{\"iteration_token\":\"t2\"";
+    ASSERT_EQ(KestrixSim::statusOf(sim.request("POST", "/sim/activity?times=2", noToken)), 200);
+    ASSERT_EQ(KestrixSim::statusOf(sim.request("POST", "/sim/activity", error)), 200);
+    ASSERT_EQ(KestrixSim::statusOf(sim.request("POST", "/sim/activity?times=1", "")), 200);
+    const std::string state = KestrixSim::bodyOf(sim.request("POST", "/sim/activity", broken));
+    EXPECT_EQ(Doc(state).num({"scripted_activity"}), 5) << state;
+    for (const std::string query : {"times=0", "times=-2", "times=x"})
+        EXPECT_EQ(KestrixSim::statusOf(sim.request("POST", "/sim/activity?" + query, "{}")), 400) << query;
+    EXPECT_EQ(KestrixSim::statusOf(sim.request("GET", "/sim/activity")), 405);
+
+    // Exactly as scripted, with a Content-Length, whatever the request body.
+    const std::vector<std::string> expected = {noToken, noToken, error, "", broken};
+    for (size_t i = 0; i < expected.size(); ++i) {
+        const std::string answer =
+            i == 0 ? sim.request("POST", "/v4/transfers/activity", "{not json", kJsonType)
+                   : sim.request("POST", "/v4/transfers/activity", activityBody("x"), kJsonType);
+        EXPECT_EQ(KestrixSim::statusOf(answer), 200) << i;
+        const std::string length = "\r\nContent-Length: " + std::to_string(expected[i].size()) + "\r\n";
+        EXPECT_NE(headerBlock(answer).find(length), std::string::npos) << i;
+        EXPECT_EQ(KestrixSim::bodyOf(answer), expected[i]) << i;
+    }
+    // Used up: the feed answers for itself again.
+    EXPECT_EQ(Doc(sim.state()).num({"scripted_activity"}), 0);
+    EXPECT_FALSE(Doc(poll(sim, "")).str({"iteration_token"}).empty());
+    EXPECT_EQ(KestrixSim::statusOf(sim.request("POST", "/v4/transfers/activity", "{not json", kJsonType)),
+              400);
+}
+
 // --- the record file -------------------------------------------------------------
 
 TEST(KestrixSimRecord, HoldsEveryRequestByteForByte) {
@@ -702,6 +866,20 @@ TEST(KestrixSimModes, BadHeaderHasALineWithoutColonSpace) {
     EXPECT_NE(head.find("Content-Length: "), std::string::npos);
 }
 
+TEST(KestrixSimModes, EmptyBodyIsAWholeHeadAndNothingElse) {
+    KestrixSim sim;
+    ASSERT_TRUE(sim.start({"--quiet", "--mode", "empty-body"})) << sim.error();
+    Probe answer = probe(sim.port(), keyedGet(sim, "/v4/kestrix/version"), 5000);
+    EXPECT_TRUE(answer.closed);
+    EXPECT_EQ(answer.received.compare(0, 17, "HTTP/1.1 200 OK\r\n"), 0) << answer.received;
+    EXPECT_NE(answer.received.find("\r\nContent-Length: 0\r\n"), std::string::npos) << answer.received;
+    ASSERT_GE(answer.received.size(), 4u);
+    EXPECT_EQ(answer.received.find("\r\n\r\n"), answer.received.size() - 4) << answer.received;
+    // The endpoint still acts: a window is counted though its answer is empty.
+    EXPECT_EQ(KestrixSim::bodyOf(sim.request("GET", "/windows/about/")), "");
+    EXPECT_EQ(Doc(sim.state()).num({"windows", "about"}), 1);
+}
+
 TEST(KestrixSimModes, PathFilterAndCountAtRunTime) {
     KestrixSim sim;
     ASSERT_TRUE(sim.start({"--quiet"})) << sim.error();
@@ -733,4 +911,40 @@ TEST(KestrixSimModes, ControlRejectsBadValuesAndChangesNothing) {
     EXPECT_EQ(state.str({"mode"}), "slow");
     EXPECT_EQ(state.num({"delay_ms"}), 10);
     EXPECT_EQ(state.num({"exit_reply"}), 200);
+}
+
+// --- what it prints ----------------------------------------------------------------
+
+TEST(KestrixSimOutput, QuietLeavesNothingButTheReadyLine) {
+    TempDir files;
+    const std::string source = files.write("a.txt", "printed?");
+    const std::string dest = "file://" + files.path() + "/out";
+    for (const bool quiet : {false, true}) {
+        std::vector<std::string> args = {"--chunk-delay-ms", "0"};
+        if (quiet)
+            args.push_back("--quiet");
+        Printing sim(args);
+        ASSERT_NE(sim.port(), 0) << sim.out() << sim.err();
+        EXPECT_EQ(KestrixSim::statusOf(sim.request("GET", "/windows/about/").received), 200);
+        EXPECT_EQ(KestrixSim::statusOf(
+                      sim.request("POST", "/transfers/", xferreq({source}, dest), kXmlType).received),
+                  200);
+        const auto deadline = Clock::now() + std::chrono::seconds(10);
+        while (readFile(files.path() + "/out/a.txt").empty() && Clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(KestrixSim::statusOf(sim.request("POST", "/v4/kestrix/exit").received), 200);
+        ASSERT_TRUE(sim.waitForExit(5000));
+
+        EXPECT_EQ(sim.out(),
+                  "kestrix-sim: listening on http://127.0.0.1:" + std::to_string(sim.port()) + "\n");
+        if (quiet) {
+            EXPECT_EQ(sim.err(), "");
+        } else {
+            // What --quiet has to silence.
+            EXPECT_NE(sim.err().find("kestrix-sim: window opened: about\n"), std::string::npos) << sim.err();
+            EXPECT_NE(sim.err().find(" completed\n"), std::string::npos) << sim.err();
+            EXPECT_NE(sim.err().find("kestrix-sim: exiting\n"), std::string::npos) << sim.err();
+        }
+        fs::remove_all(files.path() + "/out");
+    }
 }

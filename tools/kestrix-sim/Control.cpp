@@ -14,7 +14,7 @@ const ModeName kModeNames[] = {
     {Mode_e::Hang, "hang"},             {Mode_e::Close, "close"},
     {Mode_e::NoLength, "no-length"},    {Mode_e::Garbage, "garbage"},
     {Mode_e::ZeroLength, "zero-length"}, {Mode_e::ExtraBytes, "extra-bytes"},
-    {Mode_e::BadHeader, "bad-header"},
+    {Mode_e::BadHeader, "bad-header"}, {Mode_e::EmptyBody, "empty-body"},
 };
 
 // "slow" without a delay of its own still has to be noticeably slow.
@@ -100,6 +100,30 @@ void Control::windowOpened(const std::string& name) {
 std::map<std::string, int> Control::windowsOpened() const {
     std::lock_guard<std::mutex> lock(_mutex);
     return _windows;
+}
+
+void Control::scriptActivity(const std::string& body, int times) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _scriptedActivity.emplace_back(body, times);
+}
+
+bool Control::nextScriptedActivity(std::string& body) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (_scriptedActivity.empty())
+        return false;
+    auto& front = _scriptedActivity.front();
+    body = front.first;
+    if (--front.second == 0)
+        _scriptedActivity.pop_front();
+    return true;
+}
+
+long long Control::scriptedActivityCount() const {
+    std::lock_guard<std::mutex> lock(_mutex);
+    long long count = 0;
+    for (const auto& entry : _scriptedActivity)
+        count += entry.second;
+    return count;
 }
 
 }  // namespace Kestrix::Sim

@@ -1,11 +1,14 @@
 // The simulator's run-time switches: how answers are delivered (misbehaviour
 // modes), what the exit call answers, the version text, and the record of
-// windows the plug-in asked to open. Shared by every connection thread.
+// windows the plug-in asked to open, and the activity answers a test has
+// scripted. Shared by every connection thread.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace Kestrix::Sim {
 
@@ -19,6 +22,7 @@ enum class Mode_e {
     ZeroLength,  // "Content-Length: 0" but the body still follows
     ExtraBytes,  // bytes beyond the announced Content-Length, in the same write
     BadHeader,   // a header line without ": "
+    EmptyBody,   // "Content-Length: 0" and the blank line, and no body at all
 };
 
 bool parseMode(const std::string& text, Mode_e& mode);
@@ -54,12 +58,21 @@ public:
     void windowOpened(const std::string& name);
     std::map<std::string, int> windowsOpened() const;
 
+    // Queues `body` as the exact answer of the next `times` activity calls,
+    // after any answers queued before it.
+    void scriptActivity(const std::string& body, int times);
+    // Takes the next scripted activity answer; false when none is queued.
+    bool nextScriptedActivity(std::string& body);
+    // How many activity calls are still to get a scripted answer.
+    long long scriptedActivityCount() const;
+
 private:
     mutable std::mutex _mutex;
     Behaviour _behaviour;
     int _exitReply;
     std::string _versionText;
     std::map<std::string, int> _windows;
+    std::deque<std::pair<std::string, int>> _scriptedActivity;  // body, calls left
 };
 
 }  // namespace Kestrix::Sim

@@ -182,16 +182,17 @@ std::string Response::wire(Mode_e mode) const {
 
     std::string text = "HTTP/1.1 " + std::to_string(status) + " " + reasonPhrase(status) + kCrLf;
     text += "Content-Type: " + contentType + kCrLf;
-    if (mode == Mode_e::ZeroLength)
+    if (mode == Mode_e::ZeroLength || mode == Mode_e::EmptyBody)
         text += std::string("Content-Length: 0") + kCrLf;
-    else if (mode != Mode_e::NoLength)
+    else if (mode != Mode_e::NoLength && withLength)
         text += "Content-Length: " + std::to_string(body.size()) + kCrLf;
     if (mode == Mode_e::BadHeader)
         text += std::string("X-Kestrix-Sim:no-space-after-colon") + kCrLf;
     text += std::string("Connection: close") + kCrLf;
     text += std::string("Server: kestrix-sim") + kCrLf;
     text += kCrLf;
-    text += body;
+    if (mode != Mode_e::EmptyBody)
+        text += body;
     if (mode == Mode_e::ExtraBytes)
         text += kExtraBytes;
     return text;

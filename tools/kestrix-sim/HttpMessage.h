@@ -48,13 +48,14 @@ struct Response {
     int status = 200;
     std::string contentType = "application/json";
     std::string body;
+    bool withLength = true;  // false: no Content-Length; the close ends the body
 
     static Response json(int status, const std::string& body);
     // {"error":{"code":STATUS,"user_message":MESSAGE}}
     static Response error(int status, const std::string& message);
 
     // The bytes to send for this answer, shaped by the delivery mode
-    // (Hang and Close send nothing).
+    // (Hang and Close send nothing; EmptyBody sends the head alone).
     std::string wire(Mode_e mode) const;
 };
 

@@ -77,7 +77,7 @@ const char* usageText() {
            "                       answer of /v4/kestrix/exit; only 200 exits\n"
            "  --record FILE        append every request, byte for byte, to FILE\n"
            "  --mode MODE          normal, slow, hang, close, no-length, garbage,\n"
-           "                       zero-length, extra-bytes, bad-header\n"
+           "                       zero-length, extra-bytes, bad-header, empty-body\n"
            "  --delay-ms N         wait N ms before answering\n"
            "  --mode-path PATH     misbehave only for requests to exactly PATH\n"
            "  --mode-times N       misbehave N times, then answer normally\n"

@@ -2,6 +2,7 @@
 
 #include <yajl/yajl_tree.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,12 @@ const char kJsonType[] = "application/vnd.corvane.xferreq+json";
 const char kControlPrefix[] = "/sim/";
 
 const char* const kWindows[] = {"about", "preferences", "transfer-manager"};
+
+// The largest body /sim/body hands out; the answer is built in memory.
+const long kMaxFillerBytes = 64L * 1024 * 1024;
+// Filler text: printable, no NUL (the plug-in cuts bodies at a NUL byte),
+// and varying with the offset so that a misplaced or lost chunk shows.
+const char kFillerPattern[] = "abcdefghijklmnopqrstuvwxyz0123456789";
 
 bool startsWith(const std::string& text, const char* prefix) {
     return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
@@ -85,6 +92,10 @@ Outcome Router::handle(const Request& request) {
         outcome.response = post ? control(request) : methodNotAllowed(request);
     } else if (path == "/sim/state") {
         outcome.response = get ? state() : methodNotAllowed(request);
+    } else if (path == "/sim/body") {
+        outcome.response = get ? filler(request) : methodNotAllowed(request);
+    } else if (path == "/sim/activity") {
+        outcome.response = post ? scriptActivity(request) : methodNotAllowed(request);
     } else {
         outcome.response = Response::error(404, "Not found: " + path);
         for (const char* name : kWindows) {
@@ -117,6 +128,9 @@ Response Router::exitCall(Outcome& outcome) const {
 }
 
 Response Router::activity(const Request& request) const {
+    std::string scripted;
+    if (_control.nextScriptedActivity(scripted))
+        return Response::json(200, scripted);
     char parseError[512] = "";
     std::unique_ptr<yajl_val_s, void (*)(yajl_val)> root(
         yajl_tree_parse(request.body.c_str(), parseError, sizeof(parseError)), yajl_tree_free);
@@ -219,10 +233,43 @@ Response Router::state() const {
     for (const auto& entry : _control.windowsOpened())
         json.field(entry.first, static_cast<long long>(entry.second));
     json.closeMap();
+    json.field("scripted_activity", _control.scriptedActivityCount());
     json.key("transfers");
     _transfers.describeAll(json);
     json.closeMap();
     return Response::json(200, json.text());
+}
+
+Response Router::filler(const Request& request) const {
+    std::string value;
+    int bytes = 0;
+    if (!request.queryValue("bytes", value) || !toInt(value, 0, kMaxFillerBytes, bytes))
+        return Response::error(400, "Invalid bytes: " + value);
+    bool withLength = true;
+    if (request.queryValue("length", value)) {
+        if (value != "0" && value != "1")
+            return Response::error(400, "Invalid length: " + value);
+        withLength = value == "1";
+    }
+    Response response;
+    response.contentType = "application/octet-stream";
+    response.withLength = withLength;
+    // Doubling keeps building a large body down to a few copies.
+    const size_t size = static_cast<size_t>(bytes);
+    response.body.reserve(size);
+    response.body.assign(kFillerPattern, std::min(size, sizeof(kFillerPattern) - 1));
+    while (response.body.size() < size)
+        response.body.append(response.body, 0, std::min(response.body.size(), size - response.body.size()));
+    return response;
+}
+
+Response Router::scriptActivity(const Request& request) {
+    std::string value;
+    int times = 1;
+    if (request.queryValue("times", value) && !toInt(value, 1, INT_MAX, times))
+        return Response::error(400, "Invalid times: " + value);
+    _control.scriptActivity(request.body, times);
+    return state();
 }
 
 }  // namespace Kestrix::Sim

@@ -34,6 +34,8 @@ private:
     Response window(const std::string& name);
     Response control(const Request& request);
     Response state() const;
+    Response filler(const Request& request) const;
+    Response scriptActivity(const Request& request);
 
     const std::string _key;
     const bool _strictKey;
