@@ -191,6 +191,22 @@ TEST_F(Session, KestrixVersionIsTheClientsAnswer) {
     EXPECT_EQ("{\"corvane_kestrix_settings\":{\"app_id\":\"version request\"}}", bodyOfRequest(requests()[0]));
 }
 
+TEST_F(Session, KestrixVersionWithAnEmptyAnswerIsAnError) {
+    // The launch check's probe and the query itself both get a well-formed
+    // 200 with "Content-Length: 0" and no body: the client is there, but
+    // says nothing.
+    ASSERT_TRUE(_sim.control("mode=empty-body&path=/v4/kestrix/version&times=2"));
+    PlugIn plugin;
+    EXPECT_EQ("{\"error\":{\"code\":-1,\"user_message\":\"Error retrieving the Corvane Kestrix version\"}}",
+              plugin.queryKestrixVersion());
+    std::vector<std::string> all = _sim.recordedRequests();
+    ASSERT_EQ(2u, all.size());
+    EXPECT_TRUE(isProbe(all[0]));
+    EXPECT_EQ("{\"corvane_kestrix_settings\":{\"app_id\":\"version request\"}}", bodyOfRequest(all[1]));
+    // Both empty answers were used up; the next query gets the real one.
+    EXPECT_NE(std::string::npos, plugin.queryKestrixVersion().find("\"version\":\"4.0.0.1\""));
+}
+
 TEST_F(Session, WithoutAClientRequestsFailWithTheContactError) {
     _sim.stop();
     CorvaneTest::TempDir emptyHome;
