@@ -1,14 +1,7 @@
 #include "TransfersPoller.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <condition_variable>
@@ -86,102 +79,19 @@ private:
     std::vector<std::string> _events;
 };
 
-// A local client that answers the activity call with texts the test picks,
-// for answers the simulator never gives. One answer per connection; the
-// last text repeats once the list is used up.
-class ScriptedClient {
-public:
-    explicit ScriptedClient(std::vector<std::string> answers) : _answers(std::move(answers)) {
-        _listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        if (::bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-            ::listen(_listener, 8) == 0 &&
-            ::getsockname(_listener, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-            _port = ntohs(address.sin_port);
-        _thread = std::thread([this] { serve(); });
-    }
-    ~ScriptedClient() {
-        _stopping = true;
-        _thread.join();
-        ::close(_listener);
-    }
-
-    unsigned short port() const { return _port; }
-
-    bool waitForRequests(size_t count) {
-        std::unique_lock<std::mutex> lock(_mutex);
-        return _changed.wait_for(lock, kWait, [&] { return _bodies.size() >= count; });
-    }
-    std::vector<std::string> bodies() const {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _bodies;
-    }
-
-private:
-    void serve() {
-        while (!_stopping) {
-            pollfd p{_listener, POLLIN, 0};
-            if (::poll(&p, 1, 20) != 1)
-                continue;
-            const int fd = ::accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd < 0)
-                continue;
-            timeval timeout{5, 0};
-            ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
-            answer(fd, readBody(fd));
-            ::close(fd);
-        }
-    }
-    static std::string readBody(int fd) {
-        std::string raw;
-        char chunk[4096];
-        for (;;) {
-            const size_t headEnd = raw.find("\r\n\r\n");
-            if (headEnd != std::string::npos) {
-                const size_t field = raw.find("Content-Length: ");
-                const size_t length = field < headEnd ? std::stoul(raw.substr(field + 16)) : 0;
-                if (raw.size() >= headEnd + 4 + length)
-                    return raw.substr(headEnd + 4, length);
-            }
-            const ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
-            if (n <= 0)
-                return "<incomplete>";
-            raw.append(chunk, static_cast<size_t>(n));
-        }
-    }
-    void answer(int fd, const std::string& body) {
-        std::string text;
-        {
-            std::lock_guard<std::mutex> lock(_mutex);
-            text = _answers[std::min(_bodies.size(), _answers.size() - 1)];
-            _bodies.push_back(body);
-            _changed.notify_all();
-        }
-        const std::string reply = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                                  std::to_string(text.size()) + "\r\nConnection: close\r\n\r\n" + text;
-        ::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-        ::shutdown(fd, SHUT_WR);
-    }
-
-    const std::vector<std::string> _answers;
-    int _listener = -1;
-    unsigned short _port = 0;
-    std::atomic<bool> _stopping{false};
-    mutable std::mutex _mutex;
-    std::condition_variable _changed;
-    std::vector<std::string> _bodies;
-    std::thread _thread;
-};
-
 class TransfersPollerTest : public CorvaneTest::SimClientTest {
 protected:
-    // Makes `client` the local client that this home's URL file names.
-    void publish(const ScriptedClient& client) {
-        _home.write(".local/share/Corvane/Corvane Kestrix/var/run/http.uri",
-                    "http://127.0.0.1:" + std::to_string(client.port()) + "\nkey\n");
+    // Starts the simulator with `answers` as the exact bodies of its next
+    // activity answers, one each, in order; its own answers follow.
+    bool startScripted(const std::vector<std::string>& answers) {
+        if (!startSim())
+            return false;
+        for (const std::string& answer : answers) {
+            const std::string reply = _sim.request("POST", "/sim/activity?times=1", answer);
+            if (CorvaneTest::KestrixSim::statusOf(reply) != 200)
+                return false;
+        }
+        return true;
     }
     // The bodies of the activity calls the simulator received.
     std::vector<std::string> activityBodies() const {
@@ -252,18 +162,18 @@ TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest)
 
 TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
 {
-    ScriptedClient client({"{\"iteration_token\":\"t1\",\"transfers\":[]}", "{\"transfers\":[1]}",
-                           "{\"iteration_token\":42}", "{\"iteration_token\":\"t4\"}"});
-    publish(client);
+    ASSERT_TRUE(startScripted({"{\"iteration_token\":\"t1\",\"transfers\":[]}", "{\"transfers\":[1]}",
+                               "{\"iteration_token\":42}", "{\"iteration_token\":\"t4\"}"}))
+        << _sim.error();
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
-    ASSERT_TRUE(client.waitForRequests(5));
+    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 5));
     finish(poller);
 
-    const std::vector<std::string> bodies = client.bodies();
+    const std::vector<std::string> bodies = activityBodies();
     EXPECT_EQ(requestData("", ""), bodies[0]);
     EXPECT_EQ(requestData("t1", ""), bodies[1]);
     EXPECT_EQ(requestData("", ""), bodies[2]);
@@ -277,19 +187,19 @@ TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
 TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
 {
     const std::string error = "{\"error\":{\"code\":-1,\"user_message\":\"busy\"},\"iteration_token\":\"t3\"}";
-    ScriptedClient client({"{\"iteration_token\":\"t1\"}", "{\"iteration_token\":\"t2\"", error, "",
-                           "{\"iteration_token\":\"t5\"}"});
-    publish(client);
+    ASSERT_TRUE(startScripted({"{\"iteration_token\":\"t1\"}", "{\"iteration_token\":\"t2\"", error, "",
+                               "{\"iteration_token\":\"t5\"}"}))
+        << _sim.error();
     NetLogCapture log;
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
     poller.addListener(&listener);
     poller.start();
-    ASSERT_TRUE(client.waitForRequests(6));
+    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 6));
     finish(poller);
 
-    const std::vector<std::string> bodies = client.bodies();
+    const std::vector<std::string> bodies = activityBodies();
     for (size_t i = 1; i <= 4; ++i)
         EXPECT_EQ(requestData("t1", ""), bodies[i]) << "request " << i;
     EXPECT_EQ(requestData("t5", ""), bodies[5]);
