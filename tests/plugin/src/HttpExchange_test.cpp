@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "KestrixSim.h"
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
@@ -162,7 +162,7 @@ TEST_F(HttpExchange, InvokingTwiceSendsTheAddedHeadersTwice) {
 
 TEST_F(HttpExchange, DebugLevelTwoTracesRequestTimingAndResponse) {
     startSim();
-    CorvaneTest::NetLogCapture log(2);
+    CorvaneTest::LogCapture log(2);
     auto request = versionRequest();
     auto response = invoke(*request);
     ASSERT_TRUE(response);
@@ -187,7 +187,7 @@ TEST_F(HttpExchange, DebugLevelTwoTracesRequestTimingAndResponse) {
 
 TEST_F(HttpExchange, NoTracesBelowDebugLevelTwo) {
     startSim();
-    CorvaneTest::NetLogCapture log(1);
+    CorvaneTest::LogCapture log(1);
     auto request = versionRequest();
     ASSERT_TRUE(invoke(*request));
     EXPECT_EQ(log.countPrefix("DBG HttpRequest::invoke()"), 0u);
@@ -198,7 +198,7 @@ TEST_F(HttpExchange, AnswerWithoutLengthIsReadUntilTheClientCloses) {
     startSim();
     const std::string expected = normalVersionBody();
     ASSERT_TRUE(_sim.control("mode=no-length"));
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     auto response = invoke(*request);
     ASSERT_TRUE(response);
@@ -213,7 +213,7 @@ TEST_F(HttpExchange, ZeroLengthStopsReadingButKeepsWhatCameWithIt) {
     startSim();
     const std::string expected = normalVersionBody();
     ASSERT_TRUE(_sim.control("mode=zero-length"));
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     auto response = invoke(*request);
     ASSERT_TRUE(response);
@@ -234,7 +234,7 @@ TEST_F(HttpExchange, BytesBeyondTheLengthAreDropped) {
 
 TEST_F(HttpExchange, MalformedAnswersGiveNull) {
     startSim({"--mode", "bad-header"});
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     EXPECT_FALSE(invoke(*request));
 
@@ -247,7 +247,7 @@ TEST_F(HttpExchange, MalformedAnswersGiveNull) {
 
 TEST_F(HttpExchange, ClientThatClosesWithoutAnsweringGivesNull) {
     startSim({"--mode", "close"});
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     EXPECT_FALSE(invoke(*request));
     EXPECT_EQ(log.withPrefix("ERR "), std::vector<std::string>{"ERR recv() returned 0"});
@@ -256,7 +256,7 @@ TEST_F(HttpExchange, ClientThatClosesWithoutAnsweringGivesNull) {
 TEST_F(HttpExchange, ClientThatNeverAnswersIsGivenUpAfterTheReceiveTimeout) {
     startSim({"--mode", "hang"});
     TcpSocket::setTimeouts({1000, 1000, 300});
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     const Clock::time_point start = Clock::now();
     EXPECT_FALSE(invoke(*request));
@@ -282,7 +282,7 @@ TEST_F(HttpExchange, SlowClientWithinTheTimeoutIsWaitedFor) {
 TEST_F(HttpExchange, ClientThatIsGoneGivesNullAfterTheConnectMessage) {
     startSim();
     ASSERT_TRUE(_sim.stop());
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     auto request = versionRequest();
     EXPECT_FALSE(invoke(*request));
     EXPECT_EQ(log.countPrefix("LOG Connection failed for socket 0x"), 1u);

@@ -24,7 +24,7 @@
 #include <thread>
 #include <vector>
 
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
@@ -156,7 +156,7 @@ TEST_F(HttpReceive, MarkersSplitAtEveryByteAreStillFound) {
     // One byte per chunk splits "Content-Length:", its line end and the
     // blank line at every possible point. The server then keeps the
     // connection open: only the announced length can end reception early.
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     ScriptedServer server(ScriptedServer::bytes(std::string(kHead) + "helloEXTRA"), 2, false);
     long long ms = 0;
     auto response = get(server, ms);
@@ -224,7 +224,7 @@ TEST_F(HttpReceive, ChunksAreCutAtTheirFirstNulByte) {
 }
 
 TEST_F(HttpReceive, LowerCaseLengthHeaderIsNotSeenAndTheAnswerIsReadUntilClose) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     ScriptedServer server({"HTTP/1.1 200 OK\r\ncontent-length: 2\r\n\r\nab", "cd"}, 50, true);
     long long ms = 0;
     auto response = get(server, ms);

@@ -1,74 +1,9 @@
-// Collects every log line ("LABEL message", no timestamp) of the process
-// while it lives, through the runtime's function sink. Lines can come from
-// any thread.
+// The log capture lives in tests/support/LogCapture.h now. This old name is
+// kept only until the last suites that still include it have moved over.
 #pragma once
 
-#include <algorithm>
-#include <mutex>
-#include <string>
-#include <vector>
-
-#include "cv_log.h"
+#include "LogCapture.h"
 
 namespace CorvaneTest {
-
-class NetLogCapture {
-public:
-    explicit NetLogCapture(unsigned debugAll = 0) {
-        cv_log_cleanup();
-        {
-            std::lock_guard<std::mutex> lock(mutex());
-            lines().clear();
-        }
-        cv_log_set_function(&NetLogCapture::collect);
-        cv_dbg_set(1);
-        cv_dbg_set_all(debugAll);
-    }
-    ~NetLogCapture() {
-        cv_log_cleanup();
-        cv_dbg_set_all(0);
-    }
-    NetLogCapture(const NetLogCapture&) = delete;
-    NetLogCapture& operator=(const NetLogCapture&) = delete;
-
-    std::vector<std::string> all() const {
-        std::lock_guard<std::mutex> lock(mutex());
-        return lines();
-    }
-    // How many lines are exactly `line` ("ERR Invalid URL: x").
-    size_t count(const std::string& line) const {
-        const std::vector<std::string> copy = all();
-        return static_cast<size_t>(std::count(copy.begin(), copy.end(), line));
-    }
-    bool has(const std::string& line) const { return count(line) > 0; }
-    // The lines that begin with prefix ("ERR "), in order.
-    std::vector<std::string> withPrefix(const std::string& prefix) const {
-        std::vector<std::string> out;
-        for (const std::string& line : all()) {
-            if (line.compare(0, prefix.size(), prefix) == 0)
-                out.push_back(line);
-        }
-        return out;
-    }
-    size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().clear();
-    }
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    static std::vector<std::string>& lines() {
-        static std::vector<std::string> v;
-        return v;
-    }
-    static void collect(const char* text) {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().emplace_back(text);
-    }
-};
-
+using NetLogCapture = LogCapture;
 }  // namespace CorvaneTest

@@ -16,7 +16,6 @@
 #include "HttpResponse.h"
 #include "KestrixApp.h"
 #include "KestrixSim.h"
-#include "NetLogCapture.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "Transfer.h"

@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "Callback.h"
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 #include "OneShotManager.h"
 #include "Runnable.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using Kestrix::Web::Callback;
 using Kestrix::Web::OneShotManager;
 using Kestrix::Web::Runnable;
@@ -120,7 +120,7 @@ protected:
 
 TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt)
 {
-    NetLogCapture log;
+    LogCapture log;
     ASSERT_FALSE(RunnableScheduler::isInitialized());
     RunnableScheduler::init();
     RunnableScheduler::init();  // would stop the process if it made a second mutex
@@ -140,7 +140,7 @@ TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt)
 
 TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCallback)
 {
-    NetLogCapture log;
+    LogCapture log;
     OneShotManager osm;
     Events events;
     auto* runnable = new TestRunnable(&events, "open");
@@ -176,7 +176,7 @@ TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted)
 
 TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold)
 {
-    NetLogCapture log;
+    LogCapture log;
     OneShotManager osm;
     Events events;
     auto* runnable = new TestRunnable(&events, "open");
@@ -211,7 +211,7 @@ TEST_F(RunnableSchedulerTest, StopReachesOnlyTheRunnablesOfTheGivenQueue)
 
 TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIsToldNothing)
 {
-    NetLogCapture log;
+    LogCapture log;
     Events events;
     auto osm = std::make_unique<OneShotManager>();
     auto* runnable = new TestRunnable(&events, "save");
@@ -229,7 +229,7 @@ TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIs
 
 TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted)
 {
-    NetLogCapture log;
+    LogCapture log;
     Events events;
     auto osm = std::make_unique<OneShotManager>();
     RunnableScheduler::scheduleRunnable(osm.get(), new TestRunnable(&events, "late"),

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 
 using Kestrix::Web::IpAddress;
 using Kestrix::Web::Socket;
@@ -91,7 +91,7 @@ public:
 }  // namespace
 
 TEST(Socket, ClosedSocketFailsWithoutCallOrMessage) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     char buf[4] = "abc";
     Socket never;
     EXPECT_FALSE(never.isOpen());
@@ -110,7 +110,7 @@ TEST(Socket, ClosedSocketFailsWithoutCallOrMessage) {
 }
 
 TEST(Socket, ResolveGivesFirstIpv4AddressOrLogsWhyNot) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     EXPECT_EQ(IpAddress::resolve("127.0.0.1"), "127.0.0.1");
     EXPECT_EQ(IpAddress::resolve("localhost"), "127.0.0.1");
     EXPECT_TRUE(log.all().empty());
@@ -138,7 +138,7 @@ TEST(Socket, IpAddressCopiesAnAddress) {
 }
 
 TEST(Socket, ConnectToUnresolvableHostLogsBothFailures) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     TcpSocket socket;
     EXPECT_FALSE(socket.connect("", 80));
     const std::vector<std::string> lines = log.all();
@@ -155,14 +155,14 @@ TEST(Socket, RefusedConnectionFails) {
         Listener gone;
         port = gone.port();
     }
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     TcpSocket socket;
     EXPECT_FALSE(socket.connect("127.0.0.1", port));
     EXPECT_EQ(log.countPrefix("LOG Connection failed for socket "), 1u);
 }
 
 TEST(Socket, SendAndReceiveOverLoopback) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     Listener server;
     TcpSocket client;
     ASSERT_TRUE(client.connect("localhost", server.port()));
@@ -188,7 +188,7 @@ TEST(Socket, SendAndReceiveOverLoopback) {
 TEST(Socket, SendToVanishedPeerFailsWithoutSignal) {
     // No SIGPIPE handler is installed here: a raised signal would end the
     // test program.
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     Listener server;
     TcpSocket client;
     ASSERT_TRUE(client.connect("127.0.0.1", server.port()));
@@ -207,7 +207,7 @@ TEST(Socket, SendToVanishedPeerFailsWithoutSignal) {
 
 TEST(Socket, ReceiveGivesUpAfterTheTimeout) {
     ShortTimeouts limits(1000, 1000, 200);
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     Listener server;
     TcpSocket client;
     ASSERT_TRUE(client.connect("127.0.0.1", server.port()));
@@ -263,7 +263,7 @@ TEST(Socket, ConnectGivesUpAfterTheTimeout) {
     ASSERT_TRUE(queueFull) << "could not fill the accept queue";
 
     ShortTimeouts limits(300, 1000, 1000);
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     TcpSocket client;
     const Clock::time_point start = Clock::now();
     EXPECT_FALSE(client.connect("127.0.0.1", server.port()));

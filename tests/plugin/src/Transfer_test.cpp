@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "LogCapture.h"
 #include "Messages.h"
-#include "NetLogCapture.h"
 #include "SimClientFixture.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::RecordedRequest;
 using Kestrix::Web::kErrorKestrixRequest;
 using Kestrix::Web::Transfer;
@@ -98,7 +98,7 @@ TEST_F(TransferTest, EmptyTransferSendsTheBareRootElement)
 
 TEST_F(TransferTest, NoClientFailsWithoutSending)
 {
-    NetLogCapture log;
+    LogCapture log;
     Transfer transfer;
     transfer.setSource("/s");
 
@@ -109,7 +109,7 @@ TEST_F(TransferTest, NoClientFailsWithoutSending)
 TEST_F(TransferTest, ConnectionClosedWithoutAnswerFails)
 {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/transfers/"})) << _sim.error();
-    NetLogCapture log;
+    LogCapture log;
     Transfer transfer;
     transfer.setSource("/s");
 

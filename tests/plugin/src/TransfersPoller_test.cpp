@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "Json.h"
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 #include "SimClientFixture.h"
 #include "TransferEventListener.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::RecordedRequest;
 using Kestrix::Web::Json;
 using Kestrix::Web::TransferEventListener;
@@ -190,7 +190,7 @@ TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
     ASSERT_TRUE(startScripted({"{\"iteration_token\":\"t1\"}", "{\"iteration_token\":\"t2\"", error, "",
                                "{\"iteration_token\":\"t5\"}"}))
         << _sim.error();
-    NetLogCapture log;
+    LogCapture log;
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
@@ -215,7 +215,7 @@ TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer)
 {
     ASSERT_TRUE(startSim()) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=1500&path=/v4/transfers/activity"));
-    NetLogCapture log;
+    LogCapture log;
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
@@ -243,7 +243,7 @@ TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing)
 
 TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder)
 {
-    NetLogCapture log(2);
+    LogCapture log(2);
     std::vector<std::string> calls;
     struct Named : TransferEventListener {
         Named(std::vector<std::string>& c, std::string n) : calls(c), name(std::move(n)) {}

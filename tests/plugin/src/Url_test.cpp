@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "NetLogCapture.h"
+#include "LogCapture.h"
 
 using Kestrix::Web::Url;
 
@@ -21,7 +21,7 @@ void expectFields(const Url& u, const std::string& user, const std::string& pass
 }  // namespace
 
 TEST(Url, TextWithoutSchemeSeparatorIsLoggedAndLeavesEverythingEmpty) {
-    CorvaneTest::NetLogCapture log;
+    CorvaneTest::LogCapture log;
     Url u("127.0.0.1:4100/x?y=1");
     EXPECT_TRUE(u.url.empty());
     EXPECT_TRUE(u.scheme.empty());

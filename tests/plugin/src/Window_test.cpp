@@ -6,13 +6,13 @@
 #include <string>
 
 #include "AboutWindow.h"
+#include "LogCapture.h"
 #include "Messages.h"
-#include "NetLogCapture.h"
 #include "PreferencesWindow.h"
 #include "SimClientFixture.h"
 #include "TransferManagerWindow.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::RecordedRequest;
 using Kestrix::Web::AboutWindow;
 using Kestrix::Web::kErrorKestrixRequest;
@@ -61,7 +61,7 @@ TEST_F(WindowTest, NotFoundStillCountsAsShown)
 
 TEST_F(WindowTest, NoClientFailsWithoutRequest)
 {
-    NetLogCapture log;
+    LogCapture log;
     PreferencesWindow preferences;
 
     EXPECT_FALSE(preferences.show(""));
@@ -72,7 +72,7 @@ TEST_F(WindowTest, NoClientFailsWithoutRequest)
 TEST_F(WindowTest, NoAnswerFailsWithWindowError)
 {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/windows/transfer-manager/"})) << _sim.error();
-    NetLogCapture log;
+    LogCapture log;
     TransferManagerWindow manager;
 
     EXPECT_FALSE(manager.show(""));

@@ -14,12 +14,12 @@
 #include "Callback.h"
 #include "HttpRequest.h"
 #include "HttpResponse.h"
+#include "LogCapture.h"
 #include "Messages.h"
-#include "NetLogCapture.h"
 #include "SimClientFixture.h"
 #include "Utils.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using Kestrix::Web::Callback;
 using Kestrix::Web::HttpRequest;
 using Kestrix::Web::HttpResponse;
@@ -207,7 +207,7 @@ TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress)
 
 TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
 {
-    NetLogCapture log;
+    LogCapture log;
     RequestWorker worker;
     const StopAndJoin guard(worker);
     worker.start();
@@ -228,7 +228,7 @@ TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
 TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse)
 {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/dropped"})) << _sim.error();
-    NetLogCapture log;
+    LogCapture log;
     RequestWorker worker;
     const StopAndJoin guard(worker);
     worker.start();
@@ -258,7 +258,7 @@ TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun)
 
 TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing)
 {
-    NetLogCapture log(2);
+    LogCapture log(2);
     RequestWorker worker;
     EXPECT_NO_THROW(worker.join());
     EXPECT_FALSE(worker.isDone());
@@ -268,7 +268,7 @@ TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing)
 
 TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
 {
-    NetLogCapture log(2);
+    LogCapture log(2);
     RequestWorker worker;
     worker.stop();
     worker.start();

@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "../NetLogCapture.h"
+#include "LogCapture.h"
 
-using CorvaneTest::NetLogCapture;
+using CorvaneTest::LogCapture;
 using Kestrix::Web::OneShotManager;
 
 namespace {
@@ -82,7 +82,7 @@ protected:
 
 TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder)
 {
-    NetLogCapture log;
+    LogCapture log;
     OneShotManager manager;
     Runs runs;
     std::vector<Job> jobs{{&runs, 1}, {&runs, 2}, {&runs, 3}};
@@ -110,7 +110,7 @@ TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder)
 
 TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd)
 {
-    NetLogCapture log;
+    LogCapture log;
     auto manager = std::make_unique<OneShotManager>();
     EXPECT_TRUE(log.has(format("DBG OneShotManager() [%p]", manager.get())));
     const std::string farewell = format("DBG ~OneShotManager() [%p] - queue=%i", manager.get(), 0);
@@ -120,7 +120,7 @@ TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd)
 
 TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem)
 {
-    NetLogCapture log;
+    LogCapture log;
     auto manager = std::make_unique<OneShotManager>();
     const std::string farewell = format("DBG ~OneShotManager() [%p] - queue=%i", manager.get(), 2);
     Runs runs;
