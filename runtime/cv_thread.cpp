@@ -30,6 +30,11 @@ int cv_thread_join(cv_thread_t* handle) {
     return pthread_join(*handle, nullptr);
 }
 
+int cv_thread_detach(cv_thread_t* handle) {
+    if (!handle) return EINVAL;
+    return pthread_detach(*handle);
+}
+
 int cv_thread_sleep(unsigned ms) {
     if (usleep(static_cast<useconds_t>(ms) * 1000) != 0) return errno ? errno : EINVAL;
     return 0;

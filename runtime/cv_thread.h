@@ -20,6 +20,9 @@ typedef void *(*cv_thread_fn)(void *);
 /* A null handle creates a detached thread. */
 int cv_thread_spawn(cv_thread_t *handle, cv_thread_fn fn, void *arg);
 int cv_thread_join(cv_thread_t *handle);
+/* Lets a thread that will never be joined release its resources when it ends;
+   the pthread_detach result. */
+int cv_thread_detach(cv_thread_t *handle);
 int cv_thread_sleep(unsigned ms);
 
 int cv_mutex_init(cv_mutex_t *m);

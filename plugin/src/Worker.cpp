@@ -33,7 +33,7 @@ Worker::Worker() : _started(false), _thread(new cv_thread_t()), _joinable(false)
 Worker::~Worker()
 {
     if (_joinable) {
-        pthread_detach(*_thread);
+        cv_thread_detach(_thread.get());
     }
 }
 

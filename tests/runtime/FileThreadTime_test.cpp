@@ -237,6 +237,39 @@ TEST(ThreadTest, DetachedThreadRunsWithoutJoin) {
     cv_mutex_destroy(&h.mutex);
 }
 
+// The thread's detach state as the thread library reports it (while it runs).
+int detachStateOf(cv_thread_t thread) {
+    pthread_attr_t attr;
+    int state = -1;
+    if (pthread_getattr_np(thread, &attr) == 0) {
+        pthread_attr_getdetachstate(&attr, &state);
+        pthread_attr_destroy(&attr);
+    }
+    return state;
+}
+
+TEST(ThreadTest, DetachLetsAJoinableThreadGoItsWay) {
+    static Handoff h;
+    h.stage = 0;
+    ASSERT_EQ(0, cv_mutex_init(&h.mutex));
+    ASSERT_EQ(0, cv_cond_init(&h.cond, &h.mutex));
+    EXPECT_EQ(EINVAL, cv_thread_detach(nullptr));
+    cv_thread_t thread;
+    ASSERT_EQ(0, cv_thread_spawn(&thread, worker, &h));
+    // Detached while it still waits for its turn, then let it finish.
+    EXPECT_EQ(PTHREAD_CREATE_JOINABLE, detachStateOf(thread));
+    EXPECT_EQ(0, cv_thread_detach(&thread));
+    EXPECT_EQ(PTHREAD_CREATE_DETACHED, detachStateOf(thread));
+    cv_mutex_acquire(&h.mutex);
+    h.stage = 1;
+    cv_cond_signal(&h.cond);
+    while (h.stage != 2) cv_cond_wait(&h.cond);
+    cv_mutex_release(&h.mutex);
+    cv_thread_sleep(50);  // it may still be leaving the mutex
+    cv_cond_destroy(&h.cond);
+    cv_mutex_destroy(&h.mutex);
+}
+
 TEST(ThreadTest, MutexKeepsCountersExact) {
     struct Shared {
         cv_mutex_t mutex;
