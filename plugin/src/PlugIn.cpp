@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <atomic>
 #include <initializer_list>
 
 #include <exception>
@@ -35,6 +36,8 @@ namespace {
 const char* const kPluginVersion = "3.5.2.94907";
 const char* const kShortVersion = "3.5";
 
+std::atomic<int> pollIntervalMs{TransfersPoller::kDefaultIntervalMs};
+
 std::string withForwardSlashes(const std::string& path) { return PathEscaper::strReplace(path, "\\", "/"); }
 
 // The approved list stores paths with forward slashes and without one
@@ -50,6 +53,10 @@ std::string normaliseApprovedPath(const std::string& path) {
 
 std::set<std::string> PlugIn::pathsSelectedByUser;
 
+void PlugIn::setTransfersPollIntervalMs(int intervalMs) { pollIntervalMs.store(intervalMs); }
+
+int PlugIn::transfersPollIntervalMs() { return pollIntervalMs.load(); }
+
 PlugIn::PlugIn() {
     cv_dbg("Plugin() [%p]", static_cast<void*>(this));
     int code = cv_sock_init();
@@ -59,7 +66,7 @@ PlugIn::PlugIn() {
         cv_err("%s", message.c_str());
     }
     _requestWorker.reset(new RequestWorker());
-    _transfersPoller.reset(new TransfersPoller());
+    _transfersPoller.reset(new TransfersPoller(pollIntervalMs.load()));
     Utils::setCurrentDirToUserHome();
     cv_dbg("Plugin() - done");
 }

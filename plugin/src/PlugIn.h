@@ -79,6 +79,12 @@ public:
     std::string readFileAsArrayBuffer(const std::string& path);
     std::string readFileChunkAsArrayBuffer(const std::string& path, uint64_t offset, uint64_t chunkSize);
 
+    // The pause between transfer-activity polls of instances made from now
+    // on, in milliseconds; TransfersPoller::kDefaultIntervalMs unless a test
+    // shortens it so that tearing an instance down does not wait a second.
+    static void setTransfersPollIntervalMs(int intervalMs);
+    static int transfersPollIntervalMs();
+
     // State the owner and the script layer read or set.
     const std::string& name() const { return _name; }
     void setName(const std::string& name) { _name = name; }
