@@ -64,33 +64,35 @@ function isCorvaneWebError(value) {
     }
 
     /**
-     * Adds a row "call | result" to a table and gives the result cell.
-     * @param {string} tableId
+     * Adds a call and its result to a list and gives the result's element.
+     * @param {string} listId
      * @param {string} call
      * @param {string} result
      * @param {"ok" | "error" | "pending"} kind
      */
-    function row(tableId, call, result, kind) {
-        const tr = document.createElement("tr");
-        const callCell = document.createElement("td");
-        callCell.className = "call";
-        callCell.textContent = call;
-        const resultCell = document.createElement("td");
-        tr.appendChild(callCell);
-        tr.appendChild(resultCell);
-        element(tableId).appendChild(tr);
-        setResult(resultCell, result, kind);
-        return resultCell;
+    function row(listId, call, result, kind) {
+        const item = document.createElement("li");
+        const callText = document.createElement("span");
+        callText.className = "call";
+        callText.textContent = call;
+        callText.title = call;
+        const resultText = document.createElement("span");
+        item.appendChild(callText);
+        item.appendChild(resultText);
+        element(listId).appendChild(item);
+        setResult(resultText, result, kind);
+        return resultText;
     }
 
     /**
-     * @param {HTMLElement} cell
+     * @param {HTMLElement} target
      * @param {string} result
      * @param {"ok" | "error" | "pending"} kind
      */
-    function setResult(cell, result, kind) {
-        cell.className = "result " + kind;
-        cell.textContent = result;
+    function setResult(target, result, kind) {
+        target.className = "result " + kind;
+        target.textContent = result;
+        target.title = result;
     }
 
     /**
@@ -153,7 +155,7 @@ function isCorvaneWebError(value) {
         verdictGiven = true;
         const status = element("status");
         if (problems.length === 0) {
-            status.textContent = "Passed: the plug-in answered";
+            status.textContent = "Passed";
             status.className = "status passed";
             console.log("VERDICT: PASS");
         } else {
@@ -255,7 +257,8 @@ function isCorvaneWebError(value) {
             return;
         }
         const doc = /** @type {CorvaneWeb.KestrixVersionDocument} */ (read.value || {});
-        row("versions", "plugin.queryKestrixVersion()", doc.name + " " + doc.version + "  " + kestrix, "ok");
+        const shown = row("versions", "plugin.queryKestrixVersion()", doc.name + " " + doc.version, "ok");
+        shown.title = kestrix;
         say("Corvane Kestrix answered its version");
     }
 
