@@ -41,6 +41,20 @@ test-tsan: build-tsan/build.ninja
 	cmake --build build-tsan -j$(JOBS)
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir build-tsan $(CTEST_FLAGS)
 
+# The demo page in corvane-browser with the plug-in, against kestrix-sim, in
+# a private home (build/demo-home): in a window when $DISPLAY is set, else
+# headless under Xvfb, saving the page as build/demo.png. Builds only what
+# the demo needs; DEMO_BUILD=dir uses another build folder.
+DEMO_BUILD ?= build
+DEMO_TARGETS = corvane-web corvane-browser kestrix-sim
+.PHONY: demo
+demo: deps
+	@[ -f $(DEMO_BUILD)/build.ninja ] || \
+	  cmake -S . -B $(DEMO_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVANE_WERROR=ON $(CMAKE_FLAGS)
+	cmake --build $(DEMO_BUILD) -j$(JOBS) --target $(DEMO_TARGETS) \
+	  $$(ninja -C $(DEMO_BUILD) -t targets all 2>/dev/null | grep -q '^corvane-dialog:' && echo corvane-dialog)
+	demo/run-demo.sh $(DEMO_BUILD)
+
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 
