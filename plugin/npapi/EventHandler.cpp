@@ -24,8 +24,7 @@ const char* const EventHandler::kEventTypeDescriptions[5] = {"drop", "dropex", "
 
 EventHandler::EventHandler(NPP npp, NPObject* handler) : _npp(npp), _handler(handler) {}
 
-void EventHandler::handleEvent(NPP npp, NPObject* handler, int type, const std::string& text)
-{
+void EventHandler::handleEvent(NPP npp, NPObject* handler, int type, const std::string& text) {
     if (!handler || type < 0 || type > kEventTypeDragOver) {
         return;
     }
@@ -46,15 +45,13 @@ void EventHandler::handleEvent(NPP npp, NPObject* handler, int type, const std::
     NPN_ReleaseVariantValue(&args[1]);
 }
 
-void EventHandler::handleEvent(void* block)
-{
+void EventHandler::handleEvent(void* block) {
     std::unique_ptr<QueuedEvent> event(static_cast<QueuedEvent*>(block));
     // The object as it is now, not as it was when the event was queued.
     handleEvent(event->handler->npp(), event->handler->handlerObject(), event->type, event->text);
 }
 
-void EventHandler::queueEvent(int type, const std::string& text)
-{
+void EventHandler::queueEvent(int type, const std::string& text) {
     void (*deliver)(void*) = &EventHandler::handleEvent;
     NPN_PluginThreadAsyncCall(_npp, deliver, new QueuedEvent{this, type, text});
 }

@@ -15,8 +15,7 @@ namespace Web {
 
 namespace {
 
-void releasePageObject(void* object)
-{
+void releasePageObject(void* object) {
     NPN_ReleaseObject(static_cast<NPObject*>(object));
 }
 
@@ -25,12 +24,11 @@ void releasePageObject(void* object)
 // Made by the page's call, so on the main thread: the only place the page
 // callback may be retained, and the thread the destructor compares with.
 RequestCallback::RequestCallback(NPP npp, NPObject* callback)
-    : _npp(npp), _callback(callback ? NPN_RetainObject(callback) : nullptr), _mainThread(std::this_thread::get_id())
-{
-}
+    : _npp(npp),
+      _callback(callback ? NPN_RetainObject(callback) : nullptr),
+      _mainThread(std::this_thread::get_id()) {}
 
-RequestCallback::~RequestCallback()
-{
+RequestCallback::~RequestCallback() {
     if (!_callback) {
         return;  // fired: the message owns the reference now
     }
@@ -47,8 +45,7 @@ RequestCallback::~RequestCallback()
     _callback = nullptr;
 }
 
-void RequestCallback::handleCallback(void* subject)
-{
+void RequestCallback::handleCallback(void* subject) {
     const auto* response = static_cast<const HttpResponse*>(subject);
     const std::string text = response ? response->data() : Json::createError(kErrorKestrixRequest);
     cv_dbg("RequestCallback::handleCallback() - response=%s", text.c_str());

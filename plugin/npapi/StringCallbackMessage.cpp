@@ -8,29 +8,23 @@ namespace Kestrix {
 namespace Web {
 
 StringCallbackMessage::StringCallbackMessage(NPP npp, NPObject* callback, const std::string& message)
-    : _npp(npp), _callback(callback ? NPN_RetainObject(callback) : nullptr), _message(message)
-{
-}
+    : _npp(npp), _callback(callback ? NPN_RetainObject(callback) : nullptr), _message(message) {}
 
-StringCallbackMessage::StringCallbackMessage(NPP npp, NPObject* callback, const std::string& message, AdoptTag)
-    : _npp(npp), _callback(callback), _message(message)
-{
-}
+StringCallbackMessage::StringCallbackMessage(NPP npp, NPObject* callback, const std::string& message,
+                                             AdoptTag)
+    : _npp(npp), _callback(callback), _message(message) {}
 
-StringCallbackMessage* StringCallbackMessage::adopt(NPP npp, NPObject* callback, const std::string& message)
-{
+StringCallbackMessage* StringCallbackMessage::adopt(NPP npp, NPObject* callback, const std::string& message) {
     return new StringCallbackMessage(npp, callback, message, AdoptTag());
 }
 
-StringCallbackMessage::~StringCallbackMessage()
-{
+StringCallbackMessage::~StringCallbackMessage() {
     if (_callback) {
         NPN_ReleaseObject(_callback);
     }
 }
 
-void callbackBrowser(void* data)
-{
+void callbackBrowser(void* data) {
     auto* message = static_cast<StringCallbackMessage*>(data);
     cv_dbg("callbackBrowser - msg=%s", message->message().c_str());
 

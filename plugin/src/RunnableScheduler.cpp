@@ -26,8 +26,7 @@ const int kStopCheckLine = 109;
 // Guards against programming errors and stays on in release builds: a
 // missing mutex means the scheduler is used outside NP_Initialize ..
 // NP_Shutdown.
-void check(bool condition, const char* text, int line)
-{
+void check(bool condition, const char* text, int line) {
     if (!condition) {
         cv_err("Assertion failed: %s (%s, line %d)", text, kSourceFile, line);
         fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, kSourceFile, line);
@@ -43,8 +42,7 @@ bool RunnableScheduler::kInitialized = false;
 cv_mutex_t* RunnableScheduler::kRunnablesMutex = nullptr;
 std::multimap<Runnable*, OneShotManager*> RunnableScheduler::kRunnables;
 
-void RunnableScheduler::init()
-{
+void RunnableScheduler::init() {
     cv_dbg("RunnableScheduler::init()");
     if (kInitialized) {
         return;
@@ -55,8 +53,7 @@ void RunnableScheduler::init()
     cv_mutex_init(kRunnablesMutex);
 }
 
-void RunnableScheduler::cleanup()
-{
+void RunnableScheduler::cleanup() {
     cv_dbg("RunnableScheduler::cleanup()");
     if (!kInitialized) {
         return;
@@ -68,8 +65,7 @@ void RunnableScheduler::cleanup()
     kRunnablesMutex = nullptr;
 }
 
-void RunnableScheduler::scheduleRunnable(OneShotManager* osm, Runnable* runnable, Callback* callback)
-{
+void RunnableScheduler::scheduleRunnable(OneShotManager* osm, Runnable* runnable, Callback* callback) {
     cv_dbg("RunnableScheduler::scheduleRunnable()");
     check(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kScheduleCheckLine);
     cv_mutex_acquire(kRunnablesMutex);
@@ -80,8 +76,7 @@ void RunnableScheduler::scheduleRunnable(OneShotManager* osm, Runnable* runnable
     osm->scheduleAsyncCallback(&RunnableScheduler::handleRunnablePair, new RunnablePair(runnable, callback));
 }
 
-void RunnableScheduler::handleRunnablePair(void* data)
-{
+void RunnableScheduler::handleRunnablePair(void* data) {
     cv_dbg("RunnableScheduler - handleRunnablePair()");
     auto* pair = static_cast<RunnablePair*>(data);
     Runnable* runnable = pair->first;
@@ -110,8 +105,7 @@ void RunnableScheduler::handleRunnablePair(void* data)
     delete pair;
 }
 
-void RunnableScheduler::stopRunnables(OneShotManager* osm)
-{
+void RunnableScheduler::stopRunnables(OneShotManager* osm) {
     check(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kStopCheckLine);
     cv_mutex_acquire(kRunnablesMutex);
     cv_dbg("RunnableScheduler::stopRunnables() - osm=%p; size=%i", static_cast<void*>(osm),

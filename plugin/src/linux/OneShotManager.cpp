@@ -22,8 +22,7 @@ const char* const kSourceFile = "plugin/src/linux/OneShotManager";
 // Fixed so that the same failure reads the same in every build's log.
 const int kQueueCheckLine = 120;
 
-void check(bool condition, const char* text, int line)
-{
+void check(bool condition, const char* text, int line) {
     if (!condition) {
         cv_err("Assertion failed: %s (%s, line %d)", text, kSourceFile, line);
         fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, kSourceFile, line);
@@ -35,14 +34,12 @@ void check(bool condition, const char* text, int line)
 // manager cannot know what its data is. It stays listed here for the life
 // of the process (the list itself is never destroyed) so that it remains
 // reachable memory rather than a leak that tools report.
-std::mutex& abandonedMutex()
-{
+std::mutex& abandonedMutex() {
     static std::mutex mutex;
     return mutex;
 }
 
-std::vector<std::pair<OneShotManager::Function, void*>>& abandonedWork()
-{
+std::vector<std::pair<OneShotManager::Function, void*>>& abandonedWork() {
     static auto* work = new std::vector<std::pair<OneShotManager::Function, void*>>();
     return *work;
 }
@@ -51,16 +48,14 @@ std::vector<std::pair<OneShotManager::Function, void*>>& abandonedWork()
 // input sources must not be able to hold page callbacks back indefinitely.
 const gint kSourcePriority = G_PRIORITY_DEFAULT;
 
-gboolean shootHelper(gpointer data)
-{
+gboolean shootHelper(gpointer data) {
     static_cast<OneShotManagerHelper*>(data)->shoot();
     return G_SOURCE_REMOVE;
 }
 
 // Runs when the source goes, dispatched or not, so the reference the
 // source holds is always given back.
-void unrefHelper(gpointer data)
-{
+void unrefHelper(gpointer data) {
     static_cast<OneShotManagerHelper*>(data)->unref();
 }
 
@@ -69,31 +64,28 @@ struct PostedCall {
     void* data;
 };
 
-gboolean runPostedCall(gpointer data)
-{
+gboolean runPostedCall(gpointer data) {
     auto* call = static_cast<PostedCall*>(data);
     call->function(call->data);
     return G_SOURCE_REMOVE;
 }
 
-void freePostedCall(gpointer data)
-{
+void freePostedCall(gpointer data) {
     delete static_cast<PostedCall*>(data);
 }
 
 }  // namespace
 
-OneShotManager::OneShotManager() : _mutex(new cv_mutex_t()), _helper(new OneShotManagerHelper())
-{
+OneShotManager::OneShotManager() : _mutex(new cv_mutex_t()), _helper(new OneShotManagerHelper()) {
     _helper->setManager(this);
     cv_mutex_init(_mutex.get());
     cv_dbg("OneShotManager() [%p]", static_cast<void*>(this));
 }
 
-OneShotManager::~OneShotManager()
-{
+OneShotManager::~OneShotManager() {
     cv_mutex_acquire(_mutex.get());
-    cv_dbg("~OneShotManager() [%p] - queue=%i", static_cast<void*>(this), static_cast<int>(_callbackQueue.size()));
+    cv_dbg("~OneShotManager() [%p] - queue=%i", static_cast<void*>(this),
+           static_cast<int>(_callbackQueue.size()));
     if (!_callbackQueue.empty()) {
         std::lock_guard<std::mutex> lock(abandonedMutex());
         abandonedWork().insert(abandonedWork().end(), _callbackQueue.begin(), _callbackQueue.end());
@@ -107,8 +99,7 @@ OneShotManager::~OneShotManager()
     cv_mutex_destroy(_mutex.get());
 }
 
-void OneShotManager::scheduleAsyncCallback(Function function, void* data)
-{
+void OneShotManager::scheduleAsyncCallback(Function function, void* data) {
     cv_mutex_acquire(_mutex.get());
     cv_dbg("OneShotManager::scheduleAsyncCallback() - size=%i", static_cast<int>(_callbackQueue.size()));
     _callbackQueue.emplace_back(function, data);
@@ -119,8 +110,7 @@ void OneShotManager::scheduleAsyncCallback(Function function, void* data)
     cv_mutex_release(_mutex.get());
 }
 
-void OneShotManager::asyncCallback()
-{
+void OneShotManager::asyncCallback() {
     cv_dbg("OneShotManager::asyncCallback()");
     cv_mutex_acquire(_mutex.get());
     check(!_callbackQueue.empty(), "!_callbackQueue.empty()", kQueueCheckLine);
@@ -132,8 +122,7 @@ void OneShotManager::asyncCallback()
     cv_dbg("OneShotManager::asyncCallback() - done");
 }
 
-void OneShotManager::postToMainThread(Function function, void* data)
-{
+void OneShotManager::postToMainThread(Function function, void* data) {
     g_idle_add_full(kSourcePriority, &runPostedCall, new PostedCall{function, data}, &freePostedCall);
 }
 

@@ -8,25 +8,21 @@ namespace Web {
 
 OneShotManagerHelper::OneShotManagerHelper() : _refCount(1), _manager(nullptr) {}
 
-void OneShotManagerHelper::ref()
-{
+void OneShotManagerHelper::ref() {
     _refCount.fetch_add(1, std::memory_order_relaxed);
 }
 
-void OneShotManagerHelper::unref()
-{
+void OneShotManagerHelper::unref() {
     if (_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         delete this;
     }
 }
 
-void OneShotManagerHelper::setManager(OneShotManager* manager)
-{
+void OneShotManagerHelper::setManager(OneShotManager* manager) {
     _manager.store(manager);
 }
 
-void OneShotManagerHelper::shoot()
-{
+void OneShotManagerHelper::shoot() {
     if (OneShotManager* manager = _manager.load()) {
         manager->asyncCallback();
     } else {

@@ -33,8 +33,7 @@ class RequestCallbackTest : public CorvaneTest::PluginTest {
 protected:
     // What the request worker does with a finished request: tell its
     // callback (response may be null), then delete it, on its own thread.
-    static void finishOnWorker(RequestCallback* callback, const HttpResponse* response)
-    {
+    static void finishOnWorker(RequestCallback* callback, const HttpResponse* response) {
         std::thread worker([&] {
             callback->handleCallback(const_cast<HttpResponse*>(response));
             delete callback;
@@ -42,22 +41,19 @@ protected:
         worker.join();
     }
 
-    static HttpResponse responseWith(const std::string& body)
-    {
+    static HttpResponse responseWith(const std::string& body) {
         HttpResponse response;
         response.setStatusCode(200);
         response.setData(body);
         return response;
     }
 
-    bool pumpUntilCalled(FakeObject* function, size_t count)
-    {
+    bool pumpUntilCalled(FakeObject* function, size_t count) {
         return browser().pumpUntil([&] { return function->callCount() >= count; });
     }
 };
 
-TEST_F(RequestCallbackTest, TheBodyReachesThePageFunctionOnTheMainThreadAsItsOnlyArgument)
-{
+TEST_F(RequestCallbackTest, TheBodyReachesThePageFunctionOnTheMainThreadAsItsOnlyArgument) {
     newScriptable();
     // A page function that answers a string: the answer is ours to give back.
     FakeObject* function = browser().newPageFunction(FakeValue("ignored"));
@@ -86,8 +82,7 @@ TEST_F(RequestCallbackTest, TheBodyReachesThePageFunctionOnTheMainThreadAsItsOnl
     EXPECT_TRUE(_log.has("DBG callbackBrowser - msg=" + body));
 }
 
-TEST_F(RequestCallbackTest, AFailedRequestGivesThePageTheErrorDocument)
-{
+TEST_F(RequestCallbackTest, AFailedRequestGivesThePageTheErrorDocument) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();
     finishOnWorker(new RequestCallback(_npp, function), nullptr);
@@ -96,8 +91,7 @@ TEST_F(RequestCallbackTest, AFailedRequestGivesThePageTheErrorDocument)
     EXPECT_EQ(FakeRuntime::refCount(function), 1);
 }
 
-TEST_F(RequestCallbackTest, AnswersReachThePageInTheOrderTheyCame)
-{
+TEST_F(RequestCallbackTest, AnswersReachThePageInTheOrderTheyCame) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();
     const HttpResponse first = responseWith("1");
@@ -124,8 +118,7 @@ TEST_F(RequestCallbackTest, AnswersReachThePageInTheOrderTheyCame)
     EXPECT_EQ(FakeRuntime::refCount(function), 1);
 }
 
-TEST_F(RequestCallbackTest, ACallbackThatNeverFiredLetsGoOfThePageFunctionOnTheMainThread)
-{
+TEST_F(RequestCallbackTest, ACallbackThatNeverFiredLetsGoOfThePageFunctionOnTheMainThread) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();
 
@@ -145,8 +138,7 @@ TEST_F(RequestCallbackTest, ACallbackThatNeverFiredLetsGoOfThePageFunctionOnTheM
     EXPECT_TRUE(browser().offMainThreadCalls().empty());
 }
 
-TEST_F(RequestCallbackTest, NothingReachesThePageOnceItsInstanceIsGone)
-{
+TEST_F(RequestCallbackTest, NothingReachesThePageOnceItsInstanceIsGone) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();
     const HttpResponse response = responseWith("late");
@@ -158,8 +150,7 @@ TEST_F(RequestCallbackTest, NothingReachesThePageOnceItsInstanceIsGone)
     EXPECT_EQ(function->callCount(), 0u);
 }
 
-TEST_F(RequestCallbackTest, AMessageMadeOnTheMainThreadHoldsAReferenceOfItsOwn)
-{
+TEST_F(RequestCallbackTest, AMessageMadeOnTheMainThreadHoldsAReferenceOfItsOwn) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();
     auto* message = new StringCallbackMessage(_npp, function, "[\"/tmp/chosen\"]");
@@ -173,8 +164,7 @@ TEST_F(RequestCallbackTest, AMessageMadeOnTheMainThreadHoldsAReferenceOfItsOwn)
     EXPECT_FALSE(FakeRuntime::isLive(function)) << "the message held the last reference and gave it back";
 }
 
-TEST_F(RequestCallbackTest, WhatThePageFunctionAnswersIsGivenBackAndAFailedCallIgnored)
-{
+TEST_F(RequestCallbackTest, WhatThePageFunctionAnswersIsGivenBackAndAFailedCallIgnored) {
     newScriptable();
     FakeObject* answer = browser().newPageObject();
     FakeObject* returnsObject = browser().newPageFunction(FakeValue(static_cast<NPObject*>(answer)));
@@ -193,37 +183,38 @@ TEST_F(RequestCallbackTest, WhatThePageFunctionAnswersIsGivenBackAndAFailedCallI
 
 // ---- Behind kestrixHttpRequestAsync, with the real request worker ----
 
-TEST_F(RequestCallbackTest, AnAsynchronousRequestAnswersThePageFunctionWithTheClientsBody)
-{
+TEST_F(RequestCallbackTest, AnAsynchronousRequestAnswersThePageFunctionWithTheClientsBody) {
     ASSERT_TRUE(startSim({"--version-text", "9.8.7.6"}));
     NPObject* plugin = newScriptable();
     FakeObject* function = browser().newPageFunction();
 
     FakeValue result;
     ASSERT_TRUE(call(plugin, "kestrixHttpRequestAsync",
-                     {"GET", "/v4/kestrix/version", "", FakeValue(static_cast<NPObject*>(function))}, &result));
+                     {"GET", "/v4/kestrix/version", "", FakeValue(static_cast<NPObject*>(function))},
+                     &result));
     EXPECT_TRUE(result.isNull());
 
     ASSERT_TRUE(pumpUntilCalled(function, 1));
     const std::vector<std::string> args = function->stringArgs(0);
     ASSERT_EQ(args.size(), 1u);
     EXPECT_EQ(args[0],
-              "{\"name\":\"Corvane Kestrix\",\"version\":\"9.8.7.6\",\"api_version\":\"4\",\"platform\":\"linux\"}");
+              "{\"name\":\"Corvane "
+              "Kestrix\",\"version\":\"9.8.7.6\",\"api_version\":\"4\",\"platform\":\"linux\"}");
     // The worker deleted the request on its own thread; the reference went
     // back on the main thread.
     EXPECT_TRUE(browser().pumpUntil([&] { return FakeRuntime::refCount(function) == 1; }));
     EXPECT_TRUE(browser().offMainThreadCalls().empty());
 }
 
-TEST_F(RequestCallbackTest, AnAsynchronousRequestToAClientThatWentAnswersTheErrorDocument)
-{
+TEST_F(RequestCallbackTest, AnAsynchronousRequestToAClientThatWentAnswersTheErrorDocument) {
     ASSERT_TRUE(startSim());
     NPObject* plugin = newScriptable();  // finds the client and keeps its address
     _sim.stop();
     FakeObject* function = browser().newPageFunction();
     FakeValue result;
     ASSERT_TRUE(call(plugin, "kestrixHttpRequestAsync",
-                     {"GET", "/v4/kestrix/version", "", FakeValue(static_cast<NPObject*>(function))}, &result));
+                     {"GET", "/v4/kestrix/version", "", FakeValue(static_cast<NPObject*>(function))},
+                     &result));
     ASSERT_TRUE(result.isNull()) << result.describe();
     ASSERT_TRUE(pumpUntilCalled(function, 1));
     EXPECT_EQ(function->stringArgs(0), std::vector<std::string>{kRequestErrorDocument});

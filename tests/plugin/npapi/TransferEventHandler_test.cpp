@@ -25,15 +25,13 @@ using Strings = std::vector<std::string>;
 
 class TransferEventHandlerTest : public CorvaneTest::PluginTest {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         PluginTest::SetUp();
         _plugin = newScriptable();
     }
 
     // The poller's side: each text handed over on a thread of its own.
-    static void deliverOnPollerThread(TransferEventHandler* handler, const Strings& texts)
-    {
+    static void deliverOnPollerThread(TransferEventHandler* handler, const Strings& texts) {
         std::thread poller([&] {
             for (const std::string& text : texts) {
                 handler->transferEventOccurred(text);
@@ -42,16 +40,14 @@ protected:
         poller.join();
     }
 
-    bool pumpUntilCalled(FakeObject* function, size_t count)
-    {
+    bool pumpUntilCalled(FakeObject* function, size_t count) {
         return browser().pumpUntil([&] { return function->callCount() >= count; });
     }
 
     NPObject* _plugin = nullptr;
 };
 
-TEST_F(TransferEventHandlerTest, TransferActivityReachesTheHandlerAsTheEventNameAndTheText)
-{
+TEST_F(TransferEventHandlerTest, TransferActivityReachesTheHandlerAsTheEventNameAndTheText) {
     FakeObject* function = browser().newPageFunction();
     auto handler = std::make_unique<TransferEventHandler>(_npp, function);
     char line[64];
@@ -71,8 +67,7 @@ TEST_F(TransferEventHandlerTest, TransferActivityReachesTheHandlerAsTheEventName
     EXPECT_EQ(FakeRuntime::refCount(function), 1) << "the handler gave its reference back";
 }
 
-TEST_F(TransferEventHandlerTest, WithoutATargetActivityIsNotEvenQueued)
-{
+TEST_F(TransferEventHandlerTest, WithoutATargetActivityIsNotEvenQueued) {
     TransferEventHandler handler(_npp, nullptr);
     _log.clear();
     deliverOnPollerThread(&handler, {"{}"});
@@ -85,8 +80,7 @@ TEST_F(TransferEventHandlerTest, WithoutATargetActivityIsNotEvenQueued)
     ASSERT_TRUE(pumpUntilCalled(function, 1));
 }
 
-TEST_F(TransferEventHandlerTest, TheTargetOutlivesThePagesReferenceUntilReplaced)
-{
+TEST_F(TransferEventHandlerTest, TheTargetOutlivesThePagesReferenceUntilReplaced) {
     FakeObject* first = browser().newPageFunction();
     FakeObject* second = browser().newPageFunction();
     auto handler = std::make_unique<TransferEventHandler>(_npp, first);
@@ -106,10 +100,10 @@ TEST_F(TransferEventHandlerTest, TheTargetOutlivesThePagesReferenceUntilReplaced
     EXPECT_EQ(FakeRuntime::refCount(second), 1);
 }
 
-TEST_F(TransferEventHandlerTest, ClearingThePagesEventHandlerPropertyDoesNotStopTransferEvents)
-{
+TEST_F(TransferEventHandlerTest, ClearingThePagesEventHandlerPropertyDoesNotStopTransferEvents) {
     FakeObject* function = browser().newPageFunction();
-    ASSERT_TRUE(FakeRuntime::writeProperty(_plugin, "eventHandler", FakeValue(static_cast<NPObject*>(function))));
+    ASSERT_TRUE(
+        FakeRuntime::writeProperty(_plugin, "eventHandler", FakeValue(static_cast<NPObject*>(function))));
     ASSERT_TRUE(FakeRuntime::writeProperty(_plugin, "eventHandler", FakeValue::null()));
     browser().dropPageReference(function);  // only the plug-in holds it now
     ASSERT_TRUE(FakeRuntime::isLive(function));
@@ -128,8 +122,7 @@ TEST_F(TransferEventHandlerTest, ClearingThePagesEventHandlerPropertyDoesNotStop
     EXPECT_EQ(next->stringArgs(0), (Strings{"transfer", "next"}));
 }
 
-TEST_F(TransferEventHandlerTest, AQueuedEventGoesToTheTargetOfTheMomentItIsDelivered)
-{
+TEST_F(TransferEventHandlerTest, AQueuedEventGoesToTheTargetOfTheMomentItIsDelivered) {
     FakeObject* before = browser().newPageFunction();
     FakeObject* after = browser().newPageFunction();
     TransferEventHandler handler(_npp, before);
@@ -139,8 +132,7 @@ TEST_F(TransferEventHandlerTest, AQueuedEventGoesToTheTargetOfTheMomentItIsDeliv
     EXPECT_EQ(before->callCount(), 0u);
 }
 
-TEST_F(TransferEventHandlerTest, ThePageMayReplaceItsHandlerFromInsideTheEvent)
-{
+TEST_F(TransferEventHandlerTest, ThePageMayReplaceItsHandlerFromInsideTheEvent) {
     FakeObject* second = browser().newPageFunction();
     auto handler = std::make_unique<TransferEventHandler>(_npp, nullptr);
     bool ran = false;
@@ -162,8 +154,7 @@ TEST_F(TransferEventHandlerTest, ThePageMayReplaceItsHandlerFromInsideTheEvent)
     EXPECT_FALSE(FakeRuntime::isLive(first));
 }
 
-TEST_F(TransferEventHandlerTest, EachEventTypeCarriesItsName)
-{
+TEST_F(TransferEventHandlerTest, EachEventTypeCarriesItsName) {
     FakeObject* function = browser().newPageFunction(FakeValue("ignored"));
     const size_t allocations = FakeRuntime::liveAllocations();
     EventHandler::handleEvent(_npp, function, EventHandler::kEventTypeDrop, "[\"/tmp/a\"]");

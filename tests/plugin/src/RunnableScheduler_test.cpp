@@ -24,8 +24,7 @@ using Kestrix::Web::RunnableScheduler;
 
 namespace {
 
-bool pumpUntil(const std::function<bool()>& done)
-{
+bool pumpUntil(const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!done()) {
         if (std::chrono::steady_clock::now() >= deadline) {
@@ -38,14 +37,12 @@ bool pumpUntil(const std::function<bool()>& done)
     return true;
 }
 
-void drain()
-{
+void drain() {
     for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
     }
 }
 
-std::string pointerText(const char* fmt, const void* pointer, int number = 0)
-{
+std::string pointerText(const char* fmt, const void* pointer, int number = 0) {
     char buffer[160];
     snprintf(buffer, sizeof buffer, fmt, pointer, number);
     return buffer;
@@ -59,24 +56,20 @@ using Events = std::vector<std::string>;
 class TestRunnable : public Runnable {
 public:
     TestRunnable(Events* events, std::string name, unsigned long result = 1)
-        : _events(events), _name(std::move(name)), _result(result)
-    {
-    }
+        : _events(events), _name(std::move(name)), _result(result) {}
     ~TestRunnable() override { _events->push_back(_name + " deleted"); }
 
     bool isInterrupted() const override { return _stopped; }
     unsigned long result() const override { return _result; }
     std::string resultStr() const override { return "[\"/tmp/" + _name + "\"]"; }
-    void run() override
-    {
+    void run() override {
         _events->push_back(_name + " run" + (_stopped ? " (stopped)" : ""));
         _runThread = std::this_thread::get_id();
         if (whileRunning) {
             whileRunning();
         }
     }
-    void stop() override
-    {
+    void stop() override {
         _events->push_back(_name + " stop");
         _stopped = true;
     }
@@ -96,8 +89,7 @@ class TestCallback : public Callback {
 public:
     TestCallback(Events* events, std::string name) : _events(events), _name(std::move(name)) {}
     ~TestCallback() override { _events->push_back(_name + " deleted"); }
-    void handleCallback(void* subject) override
-    {
+    void handleCallback(void* subject) override {
         auto* runnable = static_cast<Runnable*>(subject);
         _events->push_back(_name + " told result=" + std::to_string(runnable->result()) + " " +
                            runnable->resultStr());
@@ -111,15 +103,13 @@ private:
 class RunnableSchedulerTest : public ::testing::Test {
 protected:
     void SetUp() override { RunnableScheduler::init(); }
-    void TearDown() override
-    {
+    void TearDown() override {
         drain();
         RunnableScheduler::cleanup();
     }
 };
 
-TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt)
-{
+TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt) {
     LogCapture log;
     ASSERT_FALSE(RunnableScheduler::isInitialized());
     RunnableScheduler::init();
@@ -138,8 +128,7 @@ TEST(RunnableSchedulerLifecycle, SecondInitIsIgnoredAndCleanupEndsIt)
     RunnableScheduler::cleanup();
 }
 
-TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCallback)
-{
+TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCallback) {
     LogCapture log;
     OneShotManager osm;
     Events events;
@@ -154,8 +143,7 @@ TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCa
     EXPECT_TRUE(log.has("DBG RunnableScheduler - handleRunnablePair()"));
 }
 
-TEST_F(RunnableSchedulerTest, AResultOfZeroIsStillHandedToTheCallbackWhichDecides)
-{
+TEST_F(RunnableSchedulerTest, AResultOfZeroIsStillHandedToTheCallbackWhichDecides) {
     OneShotManager osm;
     Events events;
     RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "cancelled", 0),
@@ -165,8 +153,7 @@ TEST_F(RunnableSchedulerTest, AResultOfZeroIsStillHandedToTheCallbackWhichDecide
     EXPECT_EQ(events[2], "callback deleted");
 }
 
-TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted)
-{
+TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted) {
     OneShotManager osm;
     Events events;
     RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "alone"), nullptr);
@@ -174,8 +161,7 @@ TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted)
     EXPECT_EQ(events, (Events{"alone run", "alone deleted"}));
 }
 
-TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold)
-{
+TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold) {
     LogCapture log;
     OneShotManager osm;
     Events events;
@@ -185,7 +171,8 @@ TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold)
     RunnableScheduler::stopRunnables(&osm);
     // The size is that of the whole process's list, which may still know
     // runnables of queues that went before they started: compare with it.
-    const std::string sizePrefix = pointerText("DBG RunnableScheduler::stopRunnables() - osm=%p; size=", &osm);
+    const std::string sizePrefix =
+        pointerText("DBG RunnableScheduler::stopRunnables() - osm=%p; size=", &osm);
     const std::vector<std::string> sizeLines = log.withPrefix(sizePrefix);
     ASSERT_EQ(sizeLines.size(), 1u);
     const int known = std::stoi(sizeLines[0].substr(sizePrefix.size()));
@@ -202,8 +189,7 @@ TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold)
     EXPECT_TRUE(log.has(sizePrefix + std::to_string(known - 1)));
 }
 
-TEST_F(RunnableSchedulerTest, StopReachesOnlyTheRunnablesOfTheGivenQueue)
-{
+TEST_F(RunnableSchedulerTest, StopReachesOnlyTheRunnablesOfTheGivenQueue) {
     OneShotManager mine;
     OneShotManager other;
     Events events;
@@ -212,12 +198,12 @@ TEST_F(RunnableSchedulerTest, StopReachesOnlyTheRunnablesOfTheGivenQueue)
                                         new TestCallback(&events, "callback"));
     RunnableScheduler::stopRunnables(&mine);
     ASSERT_TRUE(pumpUntil([&] { return events.size() == 7; }));
-    EXPECT_EQ(events, (Events{"mine stop", "mine run (stopped)", "mine deleted", "other run",
-                              "callback told result=1 [\"/tmp/other\"]", "callback deleted", "other deleted"}));
+    EXPECT_EQ(events,
+              (Events{"mine stop", "mine run (stopped)", "mine deleted", "other run",
+                      "callback told result=1 [\"/tmp/other\"]", "callback deleted", "other deleted"}));
 }
 
-TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIsToldNothing)
-{
+TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIsToldNothing) {
     LogCapture log;
     Events events;
     auto osm = std::make_unique<OneShotManager>();
@@ -234,8 +220,7 @@ TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIs
     EXPECT_EQ(log.countPrefix("DBG RunnableScheduler::stopRunnables() - stopping "), 1u);
 }
 
-TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted)
-{
+TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted) {
     LogCapture log;
     Events events;
     auto osm = std::make_unique<OneShotManager>();
@@ -248,8 +233,7 @@ TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted)
     EXPECT_EQ(events, Events{"late stop"});
 }
 
-TEST(RunnableSchedulerDeathTest, SchedulingOrStoppingOutsideInitAndCleanupStopsTheProcess)
-{
+TEST(RunnableSchedulerDeathTest, SchedulingOrStoppingOutsideInitAndCleanupStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ASSERT_FALSE(RunnableScheduler::isInitialized());
     EXPECT_DEATH(

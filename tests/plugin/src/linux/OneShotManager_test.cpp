@@ -22,8 +22,7 @@ namespace {
 
 // Turns GLib's default main context, as the browser's main loop does, until
 // `done` holds or five seconds pass.
-bool pumpUntil(const std::function<bool()>& done)
-{
+bool pumpUntil(const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!done()) {
         if (std::chrono::steady_clock::now() >= deadline) {
@@ -37,14 +36,12 @@ bool pumpUntil(const std::function<bool()>& done)
 }
 
 // Runs whatever is ready, so that no test leaves sources to the next one.
-void drain()
-{
+void drain() {
     for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
     }
 }
 
-std::string format(const char* fmt, const void* pointer, int number = 0)
-{
+std::string format(const char* fmt, const void* pointer, int number = 0) {
     char buffer[160];
     snprintf(buffer, sizeof buffer, fmt, pointer, number);
     return buffer;
@@ -67,8 +64,7 @@ struct Job {
     int id;
 };
 
-void runJob(void* data)
-{
+void runJob(void* data) {
     Job* job = static_cast<Job*>(data);
     std::lock_guard<std::mutex> lock(job->runs->mutex);
     job->runs->order.push_back(job->id);
@@ -80,8 +76,7 @@ protected:
     void TearDown() override { drain(); }
 };
 
-TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder)
-{
+TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder) {
     LogCapture log;
     OneShotManager manager;
     Runs runs;
@@ -108,8 +103,7 @@ TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder)
     EXPECT_EQ(log.count("DBG OneShotManager::asyncCallback() - done"), 3u);
 }
 
-TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd)
-{
+TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd) {
     LogCapture log;
     auto manager = std::make_unique<OneShotManager>();
     EXPECT_TRUE(log.has(format("DBG OneShotManager() [%p]", manager.get())));
@@ -118,8 +112,7 @@ TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd)
     EXPECT_TRUE(log.has(farewell));
 }
 
-TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem)
-{
+TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem) {
     LogCapture log;
     auto manager = std::make_unique<OneShotManager>();
     const std::string farewell = format("DBG ~OneShotManager() [%p] - queue=%i", manager.get(), 2);
@@ -136,14 +129,14 @@ TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem)
     EXPECT_TRUE(log.has(farewell));
 
     // The turns already asked for still come, find no manager, and only log.
-    ASSERT_TRUE(pumpUntil([&] { return log.count("DBG OneShotManagerHelper::shoot() - aborting callback") == 2; }));
+    ASSERT_TRUE(
+        pumpUntil([&] { return log.count("DBG OneShotManagerHelper::shoot() - aborting callback") == 2; }));
     drain();
     EXPECT_EQ(runs.size(), 0u);
     EXPECT_EQ(log.count("DBG OneShotManager::asyncCallback()"), 0u);
 }
 
-TEST_F(OneShotManagerTest, ACallbackMayQueueAnotherWhichRunsInALaterTurn)
-{
+TEST_F(OneShotManagerTest, ACallbackMayQueueAnotherWhichRunsInALaterTurn) {
     OneShotManager manager;
     Runs runs;
     Job second{&runs, 2};
@@ -166,8 +159,7 @@ TEST_F(OneShotManagerTest, ACallbackMayQueueAnotherWhichRunsInALaterTurn)
     EXPECT_EQ(runs.order, std::vector<int>{2});
 }
 
-TEST_F(OneShotManagerTest, ManyThreadsQueueingAtOnceLoseNothingAndKeepEachThreadsOrder)
-{
+TEST_F(OneShotManagerTest, ManyThreadsQueueingAtOnceLoseNothingAndKeepEachThreadsOrder) {
     const int kThreads = 4;
     const int kPerThread = 50;
     OneShotManager manager;
@@ -204,8 +196,7 @@ TEST_F(OneShotManagerTest, ManyThreadsQueueingAtOnceLoseNothingAndKeepEachThread
     }
 }
 
-TEST_F(OneShotManagerTest, PostToMainThreadRunsLaterOnTheMainThreadEvenWithoutAManager)
-{
+TEST_F(OneShotManagerTest, PostToMainThreadRunsLaterOnTheMainThreadEvenWithoutAManager) {
     Runs runs;
     Job job{&runs, 7};
     std::thread worker([&] { OneShotManager::postToMainThread(&runJob, &job); });
@@ -215,8 +206,7 @@ TEST_F(OneShotManagerTest, PostToMainThreadRunsLaterOnTheMainThreadEvenWithoutAM
     EXPECT_EQ(runs.threads[0], std::this_thread::get_id());
 }
 
-TEST(OneShotManagerDeathTest, ATurnWithAnEmptyQueueStopsTheProcess)
-{
+TEST(OneShotManagerDeathTest, ATurnWithAnEmptyQueueStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
