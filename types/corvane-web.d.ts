@@ -16,9 +16,10 @@
 //
 // How failures reach the page:
 // - A call with the wrong number or kinds of arguments throws a script error
-//   (the browser's generic "error calling method" exception). The rules for
-//   each method are in its comment: "non-empty" strings, "boolean-like"
-//   values and so on are checked by the plug-in, not only by these types.
+//   (the browser's generic one, e.g. an Error "Error calling method on
+//   NPObject."). The rules for each method are in its comment: "non-empty"
+//   strings, "boolean-like" values and so on are checked by the plug-in, not
+//   only by these types.
 // - Everything else that goes wrong comes back as a string holding an error
 //   document, `{"error":{"code":-1,"user_message":"..."}}`. The message is
 //   inserted as it stands, without JSON escaping, so a message that itself
@@ -202,7 +203,9 @@ declare namespace CorvaneWeb {
 
         /**
          * A name the page may give this plug-in instance; "" until set. Only a
-         * string can be assigned: assigning anything else fails.
+         * string is taken: the plug-in refuses any other value and the name
+         * stays as it was (depending on the browser, silently or with a
+         * script error).
          */
         name: string;
 
@@ -283,7 +286,8 @@ declare namespace CorvaneWeb {
          * plug-in is shown.
          *
          * Coming with the platform user interface (panels, drag and drop) in
-         * a later release of the plug-in.
+         * a later release of the plug-in; until then the element has no such
+         * method (test with `typeof plugin.handleDrop === "function"`).
          */
         handleDrop(fileNames?: ArrayLike<string>): void;
 
@@ -329,7 +333,8 @@ declare namespace CorvaneWeb {
          * backslash), or "" when the user cancelled or another panel is open.
          * The chosen files may then be uploaded and read.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runOpenFileDialog(allowDirectories: BooleanLike, allowMultiple: BooleanLike): string;
 
@@ -341,7 +346,8 @@ declare namespace CorvaneWeb {
          * `FileTypeFilter[]`. Gives an error document instead when another
          * panel is open.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runOpenFileDialogAsync(
             title: string,
@@ -370,7 +376,8 @@ declare namespace CorvaneWeb {
          * folders joined by ":" as `runOpenFileDialog` does, or "". The first
          * chosen folder becomes the allowed destination of the next download.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runOpenFolderDialog(allowMultiple: BooleanLike): string;
 
@@ -380,7 +387,8 @@ declare namespace CorvaneWeb {
          * the extended description when `extendedResult` is true. Gives an
          * error document instead when another panel is open.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runOpenFolderDialogAsync(
             title: string,
@@ -407,7 +415,8 @@ declare namespace CorvaneWeb {
          * is open. The chosen path becomes the allowed destination of the next
          * download.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runSaveFileDialog(suggestedName: string): string;
 
@@ -417,7 +426,8 @@ declare namespace CorvaneWeb {
          * when the user cancelled. Gives an error document instead when
          * another panel is open. Takes exactly 4 arguments.
          *
-         * Coming with the platform user interface in a later release.
+         * Coming with the platform user interface in a later release; until
+         * then the element has no such method.
          */
         runSaveFileDialogAsync(
             title: string,
