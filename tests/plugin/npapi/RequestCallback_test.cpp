@@ -82,42 +82,6 @@ TEST_F(RequestCallbackTest, TheBodyReachesThePageFunctionOnTheMainThreadAsItsOnl
     EXPECT_TRUE(_log.has("DBG callbackBrowser - msg=" + body));
 }
 
-TEST_F(RequestCallbackTest, AFailedRequestGivesThePageTheErrorDocument) {
-    newScriptable();
-    FakeObject* function = browser().newPageFunction();
-    finishOnWorker(new RequestCallback(_npp, function), nullptr);
-    ASSERT_TRUE(pumpUntilCalled(function, 1));
-    EXPECT_EQ(function->stringArgs(0), std::vector<std::string>{kRequestErrorDocument});
-    EXPECT_EQ(FakeRuntime::refCount(function), 1);
-}
-
-TEST_F(RequestCallbackTest, AnswersReachThePageInTheOrderTheyCame) {
-    newScriptable();
-    FakeObject* function = browser().newPageFunction();
-    const HttpResponse first = responseWith("1");
-    const HttpResponse second = responseWith("2");
-    auto* callbackA = new RequestCallback(_npp, function);
-    auto* callbackB = new RequestCallback(_npp, function);
-    auto* callbackC = new RequestCallback(_npp, function);
-    std::thread worker([&] {
-        callbackA->handleCallback(const_cast<HttpResponse*>(&first));
-        callbackB->handleCallback(const_cast<HttpResponse*>(&second));
-        callbackC->handleCallback(nullptr);
-        delete callbackA;
-        delete callbackB;
-        delete callbackC;
-    });
-    worker.join();
-
-    ASSERT_TRUE(pumpUntilCalled(function, 3));
-    browser().pumpUntil([] { return false; }, std::chrono::milliseconds(20));  // nothing more comes
-    ASSERT_EQ(function->callCount(), 3u);
-    EXPECT_EQ(function->stringArgs(0), std::vector<std::string>{"1"});
-    EXPECT_EQ(function->stringArgs(1), std::vector<std::string>{"2"});
-    EXPECT_EQ(function->stringArgs(2), std::vector<std::string>{kRequestErrorDocument});
-    EXPECT_EQ(FakeRuntime::refCount(function), 1);
-}
-
 TEST_F(RequestCallbackTest, ACallbackThatNeverFiredLetsGoOfThePageFunctionOnTheMainThread) {
     newScriptable();
     FakeObject* function = browser().newPageFunction();

@@ -103,18 +103,10 @@ TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder) {
     EXPECT_EQ(log.count("DBG OneShotManager::asyncCallback() - done"), 3u);
 }
 
-TEST_F(OneShotManagerTest, LogsItsBirthAndTheQueueLeftAtItsEnd) {
-    LogCapture log;
-    auto manager = std::make_unique<OneShotManager>();
-    EXPECT_TRUE(log.has(format("DBG OneShotManager() [%p]", manager.get())));
-    const std::string farewell = format("DBG ~OneShotManager() [%p] - queue=%i", manager.get(), 0);
-    manager.reset();
-    EXPECT_TRUE(log.has(farewell));
-}
-
 TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem) {
     LogCapture log;
     auto manager = std::make_unique<OneShotManager>();
+    EXPECT_TRUE(log.has(format("DBG OneShotManager() [%p]", manager.get())));
     const std::string farewell = format("DBG ~OneShotManager() [%p] - queue=%i", manager.get(), 2);
     Runs runs;
     std::vector<Job> jobs{{&runs, 1}, {&runs, 2}};
