@@ -36,13 +36,12 @@ void EventHandler::handleEvent(NPP npp, NPObject* handler, int type, const std::
     // The page may replace or clear its event handler from inside the call,
     // which may drop the last other reference to the object being called.
     NPN_RetainObject(handler);
-    // The arguments and the result are ours to give back (see callbackBrowser).
-    if (NPN_InvokeDefault(npp, handler, args, 2, &result)) {
+    // As with callbackBrowser: the argument buffers stay with the browser,
+    // and only a non-string answer is given back.
+    if (NPN_InvokeDefault(npp, handler, args, 2, &result) && !NPVARIANT_IS_STRING(result)) {
         NPN_ReleaseVariantValue(&result);
     }
     NPN_ReleaseObject(handler);
-    NPN_ReleaseVariantValue(&args[0]);
-    NPN_ReleaseVariantValue(&args[1]);
 }
 
 void EventHandler::handleEvent(void* block) {

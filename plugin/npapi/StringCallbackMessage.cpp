@@ -30,20 +30,18 @@ void callbackBrowser(void* data) {
 
     NPVariant argument;
     CW_CharPtrToNPStringVariant(message->message().c_str(), &argument);
-    NPVariant result;
-    VOID_TO_NPVARIANT(result);
     // A failed call is ignored, as is whatever the page function answers.
-    //
-    // The browser turns the argument into a script value of its own during
-    // the call and gives the caller a result that the caller owns, so both
-    // are given back here, whatever type the result has: keeping them would
-    // cost the browser one response body per request for as long as it
-    // runs. (The result lives on the stack; nothing needs it after the call.)
-    if (message->callback() &&
-        NPN_InvokeDefault(message->npp(), message->callback(), &argument, 1, &result)) {
-        NPN_ReleaseVariantValue(&result);
+    // The argument's buffer and the result block are left with the browser
+    // and a string answer is not released: that is how pages have always
+    // been called back, and only a non-string answer is given back here.
+    auto* result = static_cast<NPVariant*>(NPN_MemAlloc(sizeof(NPVariant)));
+    if (result) {
+        VOID_TO_NPVARIANT(*result);
+        if (message->callback() && NPN_InvokeDefault(message->npp(), message->callback(), &argument, 1, result) &&
+            !NPVARIANT_IS_STRING(*result)) {
+            NPN_ReleaseVariantValue(result);
+        }
     }
-    NPN_ReleaseVariantValue(&argument);
     delete message;
 }
 
