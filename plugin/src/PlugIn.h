@@ -20,7 +20,8 @@ class RequestWorker;
 class TransfersPoller;
 
 // The browser engine family that hosts the plug-in.
-enum PlugInHostApi_e { kPlugInHostGecko = 0, kPlugInHostMSHTML = 1, kPlugInHostWebKit = 2 };
+// A fixed underlying type: the script layer may pass any number.
+enum PlugInHostApi_e : int { kPlugInHostGecko = 0, kPlugInHostMSHTML = 1, kPlugInHostWebKit = 2 };
 
 class PlugIn {
 public:

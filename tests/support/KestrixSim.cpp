@@ -89,7 +89,7 @@ bool KestrixSim::start(const Options& options) {
                                                                 : options.xdgDataHome;
     _dataDir = dataHome + "/Corvane/Corvane Kestrix";
 
-    std::vector<std::string> argv = {program};
+    std::vector<std::string> argv = {program, "--exit-with-parent"};
     _recordFile.clear();
     if (options.record) {
         _recordFile = _home + "/kestrix-sim-record.txt";

@@ -24,6 +24,7 @@ enum OptionId_e {
     kOptModeTimes,
     kOptExitAfterMs,
     kOptKeepFiles,
+    kOptExitWithParent,
     kOptProcessName,
     kOptChunkBytes,
     kOptChunkDelayMs,
@@ -45,6 +46,7 @@ const struct option kLongOptions[] = {
     {"mode-times", required_argument, nullptr, kOptModeTimes},
     {"exit-after-ms", required_argument, nullptr, kOptExitAfterMs},
     {"keep-files", no_argument, nullptr, kOptKeepFiles},
+    {"exit-with-parent", no_argument, nullptr, kOptExitWithParent},
     {"process-name", required_argument, nullptr, kOptProcessName},
     {"chunk-bytes", required_argument, nullptr, kOptChunkBytes},
     {"chunk-delay-ms", required_argument, nullptr, kOptChunkDelayMs},
@@ -83,6 +85,7 @@ const char* usageText() {
            "  --mode-times N       misbehave N times, then answer normally\n"
            "  --exit-after-ms N    exit by itself after N ms\n"
            "  --keep-files         leave http.uri and process.pid behind on exit\n"
+           "  --exit-with-parent   exit cleanly when the starting process goes away\n"
            "  --process-name NAME  process name as /proc/PID/comm shows it\n"
            "  --chunk-bytes N      copy transfers in chunks of N bytes (default 65536)\n"
            "  --chunk-delay-ms N   pause after each chunk (default 20)\n"
@@ -160,6 +163,9 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error, b
             break;
         case kOptKeepFiles:
             options.keepFiles = true;
+            break;
+        case kOptExitWithParent:
+            options.exitWithParent = true;
             break;
         case kOptProcessName:
             options.processName = optarg;

@@ -18,6 +18,7 @@ struct Options {
     Behaviour behaviour;
     int exitAfterMs = -1;
     bool keepFiles = false;   // leave the URL and pid files behind, like a crash would
+    bool exitWithParent = false;  // end when the process that started us goes away
     std::string processName;  // rename the process (as /proc/<pid>/comm shows it)
     size_t chunkBytes = 64 * 1024;
     int chunkDelayMs = 20;

@@ -82,6 +82,13 @@ int main(int argc, char** argv) {
     }
     if (!options.processName.empty())
         prctl(PR_SET_NAME, options.processName.c_str(), 0, 0, 0);
+    // A test that crashes must not leave us running (and holding its output
+    // pipes open): the SIGTERM arrives through the sigwait below.
+    if (options.exitWithParent) {
+        pid_t parent = getppid();
+        prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0);
+        if (getppid() != parent || parent == 1) return 0;
+    }
 
     const std::string key = options.key.empty() ? newUuid() : options.key;
     Recorder recorder;
