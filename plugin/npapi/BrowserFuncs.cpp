@@ -19,7 +19,7 @@ namespace {
 // answers its failure value instead of calling through a null pointer.
 NPNetscapeFuncs browserFuncs;
 
-const size_t kTableBytes = sizeof(NPNetscapeFuncs);           // 472
+const size_t kTableBytes = sizeof(NPNetscapeFuncs);            // 472
 const size_t kFirstEntry = offsetof(NPNetscapeFuncs, geturl);  // after size, version and padding
 
 }  // namespace
@@ -44,12 +44,15 @@ NPError CW_PopulateNetscapeFunctionTable(const NPNetscapeFuncs* funcs) {
     return NPERR_NO_ERROR;
 }
 
-const NPNetscapeFuncs* CW_BrowserFunctions() { return &browserFuncs; }
+const NPNetscapeFuncs* CW_BrowserFunctions() {
+    return &browserFuncs;
+}
 
 void CW_ScheduleAsyncCallback(NPP npp, void (*func)(void*), void* data) {
     Kestrix::Web::cvCorvaneWebPlugin* plugin =
         npp ? static_cast<Kestrix::Web::cvCorvaneWebPlugin*>(npp->pdata) : nullptr;
-    cv_dbg("CW_ScheduleAsyncCallback() [%p] - plugin=%p", static_cast<void*>(npp), static_cast<void*>(plugin));
+    cv_dbg("CW_ScheduleAsyncCallback() [%p] - plugin=%p", static_cast<void*>(npp),
+           static_cast<void*>(plugin));
     if (!plugin || !plugin->oneShotManager()) return;
     plugin->oneShotManager()->scheduleAsyncCallback(func, data);
 }

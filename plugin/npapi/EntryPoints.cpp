@@ -30,7 +30,9 @@ void traceEntry(const char* name) {
     if (cv_dbg_get_all() >= 2) cv_dbg("%s", name);
 }
 
-cvCorvaneWebPlugin* pluginOf(NPP npp) { return npp ? static_cast<cvCorvaneWebPlugin*>(npp->pdata) : nullptr; }
+cvCorvaneWebPlugin* pluginOf(NPP npp) {
+    return npp ? static_cast<cvCorvaneWebPlugin*>(npp->pdata) : nullptr;
+}
 
 }  // namespace
 
@@ -132,7 +134,8 @@ NPError CW_WindowlessSupportedCheck(NPP npp) {
     }
     cvCorvaneWebPlugin* plugin = pluginOf(npp);
     bool transparent = plugin && plugin->transparent();
-    error = NPN_SetValue(npp, NPPVpluginTransparentBool, reinterpret_cast<void*>(static_cast<intptr_t>(transparent)));
+    error = NPN_SetValue(npp, NPPVpluginTransparentBool,
+                         reinterpret_cast<void*>(static_cast<intptr_t>(transparent)));
     if (error != NPERR_NO_ERROR) {
         cv_err("Error setting transparent mode (%d)", error);
         return error;
@@ -150,7 +153,8 @@ std::string CW_GetPageHostname(NPP npp) {
             NPVARIANT_IS_OBJECT(location)) {
             NPVariant host;
             VOID_TO_NPVARIANT(host);
-            if (NPN_GetProperty(npp, NPVARIANT_TO_OBJECT(location), NPN_GetStringIdentifier("hostname"), &host) &&
+            if (NPN_GetProperty(npp, NPVARIANT_TO_OBJECT(location), NPN_GetStringIdentifier("hostname"),
+                                &host) &&
                 NPVARIANT_IS_STRING(host)) {
                 hostname = CW_NPStringToString(NPVARIANT_TO_STRING(host));
             }
@@ -253,7 +257,9 @@ void NPP_StreamAsFile(NPP npp, NPStream* stream, const char* fname) {
     if (plugin) plugin->streamAsFile(stream, fname);
 }
 
-void NPP_Print(NPP, NPPrint*) { traceEntry("NPP_Print()"); }
+void NPP_Print(NPP, NPPrint*) {
+    traceEntry("NPP_Print()");
+}
 
 int16_t NPP_HandleEvent(NPP npp, void* event) {
     traceEntry("NPP_HandleEvent()");
@@ -263,7 +269,9 @@ int16_t NPP_HandleEvent(NPP npp, void* event) {
     return plugin->handleEvent(event);
 }
 
-void NPP_URLNotify(NPP, const char*, NPReason, void*) { traceEntry("NPP_URLNotify()"); }
+void NPP_URLNotify(NPP, const char*, NPReason, void*) {
+    traceEntry("NPP_URLNotify()");
+}
 
 NPError NPP_GetValue(NPP npp, NPPVariable variable, void* value) {
     traceEntry("NPP_GetValue()");

@@ -196,7 +196,9 @@ bool CWScriptObjectInvoke(NPObject* obj, NPIdentifier name, const NPVariant* arg
     return answer;
 }
 
-bool CWScriptObjectInvokeDefault(NPObject*, const NPVariant*, uint32_t, NPVariant*) { return false; }
+bool CWScriptObjectInvokeDefault(NPObject*, const NPVariant*, uint32_t, NPVariant*) {
+    return false;
+}
 
 bool CWScriptObjectHasProperty(NPObject*, NPIdentifier name) {
     IdentifierName text(name);
@@ -237,7 +239,9 @@ bool CWScriptObjectSetProperty(NPObject* obj, NPIdentifier name, const NPVariant
     return false;
 }
 
-bool CWScriptObjectRemoveProperty(NPObject*, NPIdentifier) { return false; }
+bool CWScriptObjectRemoveProperty(NPObject*, NPIdentifier) {
+    return false;
+}
 
 void CW_CharPtrToNPStringVariant(const char* text, NPVariant* variant) {
     variant->type = NPVariantType_String;
@@ -281,7 +285,8 @@ NPVariant CW_JsonToString(NPP npp, NPObject* object) {
     if (NPN_GetProperty(npp, window, NPN_GetStringIdentifier("JSON"), &json) && NPVARIANT_IS_OBJECT(json)) {
         NPVariant argument;
         OBJECT_TO_NPVARIANT(object, argument);
-        NPN_Invoke(npp, NPVARIANT_TO_OBJECT(json), NPN_GetStringIdentifier("stringify"), &argument, 1, &result);
+        NPN_Invoke(npp, NPVARIANT_TO_OBJECT(json), NPN_GetStringIdentifier("stringify"), &argument, 1,
+                   &result);
     }
     NPN_ReleaseVariantValue(&json);
     NPN_ReleaseObject(window);

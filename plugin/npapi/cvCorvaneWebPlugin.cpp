@@ -35,15 +35,21 @@ int launchTimeoutFrom(const std::string& text) {
     return value;
 }
 
-bool isString(const NPVariant& variant) { return NPVARIANT_IS_STRING(variant); }
+bool isString(const NPVariant& variant) {
+    return NPVARIANT_IS_STRING(variant);
+}
 
 bool isNonEmptyString(const NPVariant& variant) {
     return NPVARIANT_IS_STRING(variant) && NPVARIANT_TO_STRING(variant).UTF8Length > 0;
 }
 
-std::string textOf(const NPVariant& variant) { return CW_NPStringToString(NPVARIANT_TO_STRING(variant)); }
+std::string textOf(const NPVariant& variant) {
+    return CW_NPStringToString(NPVARIANT_TO_STRING(variant));
+}
 
-void returnText(const std::string& text, NPVariant* result) { CW_CharPtrToNPStringVariant(text.c_str(), result); }
+void returnText(const std::string& text, NPVariant* result) {
+    CW_CharPtrToNPStringVariant(text.c_str(), result);
+}
 
 // A chunk position from the page: an int32 or a double, the double cut
 // toward zero to 64 bits, and then only the low 32 bits count (an offset
@@ -123,7 +129,8 @@ cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
     cv_dbg("~cvCorvaneWebPlugin() [%p]", static_cast<void*>(this));
     try {
         if (_transferEventHandler) {
-            if (_core && _core->transfersPoller()) _core->transfersPoller()->removeListener(_transferEventHandler.get());
+            if (_core && _core->transfersPoller())
+                _core->transfersPoller()->removeListener(_transferEventHandler.get());
             _transferEventHandler.reset();
         }
         free(_imageData);
@@ -157,7 +164,9 @@ cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
 
 // ---- Entry point slots ----
 
-NPObject* cvCorvaneWebPlugin::objectForWebScript() { return _scriptObject; }
+NPObject* cvCorvaneWebPlugin::objectForWebScript() {
+    return _scriptObject;
+}
 
 void cvCorvaneWebPlugin::createStream(NPMIMEType, NPStream* stream, NPBool, uint16_t*) {
     cv_dbg("cvCorvaneWebPlugin::createStream()");
@@ -238,7 +247,9 @@ bool cvCorvaneWebPlugin::setName(const NPVariant* value) {
     return true;
 }
 
-bool cvCorvaneWebPlugin::getDropObserver(NPVariant* result) { return returnObject(_dropObserver, result); }
+bool cvCorvaneWebPlugin::getDropObserver(NPVariant* result) {
+    return returnObject(_dropObserver, result);
+}
 
 bool cvCorvaneWebPlugin::setDropObserver(const NPVariant* value) {
     if (_dropObserver) {
@@ -254,7 +265,9 @@ bool cvCorvaneWebPlugin::setDropObserver(const NPVariant* value) {
     return true;
 }
 
-bool cvCorvaneWebPlugin::getEventHandler(NPVariant* result) { return returnObject(_eventHandler, result); }
+bool cvCorvaneWebPlugin::getEventHandler(NPVariant* result) {
+    return returnObject(_eventHandler, result);
+}
 
 bool cvCorvaneWebPlugin::setEventHandler(const NPVariant* value) {
     if (_eventHandler) {
@@ -311,7 +324,8 @@ bool cvCorvaneWebPlugin::kestrixHttpRequest(const NPVariant* args, uint32_t argC
     cv_dbg("kestrixHttpRequest(): argCount=%u", argCount);
     if (argCount < 3 || !isString(args[0]) || !isString(args[1]) || !isString(args[2])) return false;
     HttpResponse* response = nullptr;
-    std::string error = _core->kestrixHttpRequest(textOf(args[0]), textOf(args[1]), textOf(args[2]), &response);
+    std::string error =
+        _core->kestrixHttpRequest(textOf(args[0]), textOf(args[1]), textOf(args[2]), &response);
     std::unique_ptr<HttpResponse> owned(response);
     if (!error.empty())
         returnText(error, result);
@@ -320,7 +334,8 @@ bool cvCorvaneWebPlugin::kestrixHttpRequest(const NPVariant* args, uint32_t argC
     return true;
 }
 
-bool cvCorvaneWebPlugin::kestrixHttpRequestAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+bool cvCorvaneWebPlugin::kestrixHttpRequestAsync(const NPVariant* args, uint32_t argCount,
+                                                 NPVariant* result) {
     cv_dbg("kestrixHttpRequestAsync(): argCount=%u", argCount);
     if (argCount < 4 || !isString(args[0]) || !isString(args[1]) || !isString(args[2]) ||
         !NPVARIANT_IS_OBJECT(args[3]))
@@ -329,8 +344,8 @@ bool cvCorvaneWebPlugin::kestrixHttpRequestAsync(const NPVariant* args, uint32_t
     std::string path = textOf(args[1]);
     std::string data = textOf(args[2]);
     // The core owns the callback from here on, whatever it answers.
-    std::string error =
-        _core->kestrixHttpRequestAsync(method, path, data, new RequestCallback(_npp, NPVARIANT_TO_OBJECT(args[3])));
+    std::string error = _core->kestrixHttpRequestAsync(
+        method, path, data, new RequestCallback(_npp, NPVARIANT_TO_OBJECT(args[3])));
     if (error.empty())
         NULL_TO_NPVARIANT(*result);
     else
@@ -426,7 +441,8 @@ bool cvCorvaneWebPlugin::startUploadToURL(const NPVariant* args, uint32_t argCou
     return true;
 }
 
-bool cvCorvaneWebPlugin::startListDownloadToPath(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+bool cvCorvaneWebPlugin::startListDownloadToPath(const NPVariant* args, uint32_t argCount,
+                                                 NPVariant* result) {
     cv_dbg("startListDownloadToPath(): argCount=%u", argCount);
     if (argCount != 1 || !isString(args[0])) return false;
     _core->startListDownloadToPath(textOf(args[0]));

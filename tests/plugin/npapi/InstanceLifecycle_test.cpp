@@ -27,7 +27,8 @@ size_t threadCount() {
 
 // Where each line that begins with one of the prefixes first occurs, in the
 // order the prefixes are given; npos for those that never occur.
-std::vector<size_t> positionsOf(const std::vector<std::string>& lines, const std::vector<std::string>& prefixes) {
+std::vector<size_t> positionsOf(const std::vector<std::string>& lines,
+                                const std::vector<std::string>& prefixes) {
     std::vector<size_t> positions;
     for (const std::string& prefix : prefixes) {
         size_t found = std::string::npos;
@@ -141,8 +142,8 @@ TEST_F(InstanceLifecycleTest, TwoHundredInstancesWithSessionsComeAndGo) {
                   callText(object, "initSession", {"app" + std::to_string(i), "d"}));
         if (i % 10 == 0) {
             FakeValue queued;
-            ASSERT_TRUE(call(object, "kestrixHttpRequestAsync",
-                             {"GET", "/v4/kestrix/version", "", callback}, &queued));
+            ASSERT_TRUE(call(object, "kestrixHttpRequestAsync", {"GET", "/v4/kestrix/version", "", callback},
+                             &queued));
             EXPECT_TRUE(queued.isNull());
         }
         host.pump();

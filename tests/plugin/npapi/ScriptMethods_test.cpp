@@ -161,14 +161,16 @@ TEST_F(ScriptMethodsTest, RequestsReachTheClientAndItsAnswerReachesThePage) {
     NPObject* object = newScriptable();
     const std::string version = callText(object, "kestrixHttpRequest", {"GET", "/v4/kestrix/version", ""});
     EXPECT_NE(std::string::npos, version.find("\"version\":\"4.0.0.1\"")) << version;
-    const std::string activity = callText(object, "kestrixHttpRequest", {"POST", "/v4/transfers/activity", ""});
+    const std::string activity =
+        callText(object, "kestrixHttpRequest", {"POST", "/v4/transfers/activity", ""});
     EXPECT_EQ(0u, activity.find("{\"iteration_token\":")) << activity;
     ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 1));
     EXPECT_EQ("{}", requestsTo("/v4/transfers/activity")[0].body);  // empty data goes as "{}"
 
     EXPECT_EQ(version, callText(object, "queryKestrixVersion"));
     const std::string parseError = callText(object, "kestrixHttpRequest", {"POST", "/x", "{"});
-    EXPECT_EQ(0u, parseError.find("{\"error\":{\"code\":-1,\"user_message\":\"Error parsing JSON: ")) << parseError;
+    EXPECT_EQ(0u, parseError.find("{\"error\":{\"code\":-1,\"user_message\":\"Error parsing JSON: "))
+        << parseError;
     EXPECT_EQ("{\"error\":{\"code\":404,\"user_message\":\"Not found: /nowhere\"}}",
               callText(object, "kestrixHttpRequest", {"GET", "/nowhere", "{}"}));
 }
@@ -179,7 +181,8 @@ TEST_F(ScriptMethodsTest, AsynchronousRequestsAnswerThroughThePageCallbackOnTheM
     NPObject* object = newScriptable();
     FakeObject* callback = host.newPageFunction();
     FakeValue result;
-    ASSERT_TRUE(call(object, "kestrixHttpRequestAsync", {"GET", "/v4/kestrix/version", "", callback}, &result));
+    ASSERT_TRUE(
+        call(object, "kestrixHttpRequestAsync", {"GET", "/v4/kestrix/version", "", callback}, &result));
     EXPECT_TRUE(result.isNull());
     EXPECT_EQ(0u, callback->callCount());  // never during the page's own call
 
@@ -205,7 +208,8 @@ TEST_F(ScriptMethodsTest, SessionsBindToThePageHostOnce) {
     FakeBrowser& host = browser();
     host.setPageHostname("portal2");
     NPObject* object = newScriptable();
-    EXPECT_EQ(errorDoc("Invalid application ID hostname: portal2"), callText(object, "initSession", {"^portal", "d"}));
+    EXPECT_EQ(errorDoc("Invalid application ID hostname: portal2"),
+              callText(object, "initSession", {"^portal", "d"}));
     EXPECT_EQ("{\"app_id\":\"^portal2\"}", callText(object, "initSession", {"^portal2", "portal2"}));
     EXPECT_EQ(errorDoc("Session was already initialized"), callText(object, "initSession", {"abc", "d"}));
     // The session polls the client for transfer activity.
@@ -233,7 +237,8 @@ TEST_F(ScriptMethodsTest, TransfersAndWindowsGoToTheClient) {
     // A destination the user never chose is refused before anything is sent.
     ASSERT_TRUE(call(object, "startDownloadToPath", {"remote/x", "/tmp/elsewhere"}, &result));
     EXPECT_TRUE(result.isVoid());
-    EXPECT_TRUE(_log.has("ERR The website attempted to transfer to an unauthorized directory: /tmp/elsewhere"));
+    EXPECT_TRUE(
+        _log.has("ERR The website attempted to transfer to an unauthorized directory: /tmp/elsewhere"));
     ASSERT_TRUE(call(object, "startListUploadToURL", {"https://upload.example/"}));
     ASSERT_TRUE(waitForRequests("/transfers/", 2));
     EXPECT_NE(std::string::npos, requestsTo("/transfers/")[1].body.find("https://upload.example/"));
@@ -243,10 +248,11 @@ TEST_F(ScriptMethodsTest, ReadsOnlyChosenFilesAndCutsChunkNumbersTo32Bits) {
     NPObject* object = newScriptable();
     TempDir files;
     const std::string path = files.write("note.txt", "hello world");
-    EXPECT_EQ(errorDoc("Unable to read file context. Only files selected via standard file dialog or drag and "
-                       "drop accepted: " +
-                       path),
-              callText(object, "readAsArrayBuffer", {path}));
+    EXPECT_EQ(
+        errorDoc("Unable to read file context. Only files selected via standard file dialog or drag and "
+                 "drop accepted: " +
+                 path),
+        callText(object, "readAsArrayBuffer", {path}));
 
     Kestrix::Web::PlugIn::addToApprovedFileList({path});
     EXPECT_EQ("data:text/plain;base64,aGVsbG8gd29ybGQ=", callText(object, "readAsArrayBuffer", {path}));
@@ -260,10 +266,10 @@ TEST_F(ScriptMethodsTest, ReadsOnlyChosenFilesAndCutsChunkNumbersTo32Bits) {
     };
     const std::vector<Chunk> chunks = {
         {0, 5, hello},
-        {6.9, 5.2, world},             // doubles are cut toward zero
-        {4294967296.0, 5, hello},      // only the low 32 bits count
+        {6.9, 5.2, world},         // doubles are cut toward zero
+        {4294967296.0, 5, hello},  // only the low 32 bits count
         {4294967302.0, 5.0, world},
-        {-1, 1, kChunkRangeError},     // -1 arrives as 4294967295
+        {-1, 1, kChunkRangeError},  // -1 arrives as 4294967295
         {0, -1, kChunkRangeError},
         {-0.9, 5, hello},
         {11, 0, "Error converting string encoding"},  // an empty chunk
@@ -271,6 +277,7 @@ TEST_F(ScriptMethodsTest, ReadsOnlyChosenFilesAndCutsChunkNumbersTo32Bits) {
     };
     for (const Chunk& chunk : chunks) {
         SCOPED_TRACE(chunk.offset.describe() + ", " + chunk.size.describe());
-        EXPECT_EQ(chunk.expected, callText(object, "readChunkAsArrayBuffer", {path, chunk.offset, chunk.size}));
+        EXPECT_EQ(chunk.expected,
+                  callText(object, "readChunkAsArrayBuffer", {path, chunk.offset, chunk.size}));
     }
 }
