@@ -109,6 +109,11 @@ NPIdentifier NPN_GetStringIdentifier(const NPUTF8* name) {
     return browserFuncs.getstringidentifier(name);
 }
 
+NPIdentifier NPN_GetIntIdentifier(int32_t intid) {
+    if (!browserFuncs.getintidentifier) return nullptr;
+    return browserFuncs.getintidentifier(intid);
+}
+
 bool NPN_IdentifierIsString(NPIdentifier identifier) {
     if (!browserFuncs.identifierisstring) return false;
     return browserFuncs.identifierisstring(identifier);

@@ -30,6 +30,7 @@ NPObject* NPN_CreateObject(NPP npp, NPClass* aClass);
 NPObject* NPN_RetainObject(NPObject* obj);
 void NPN_ReleaseObject(NPObject* obj);
 NPIdentifier NPN_GetStringIdentifier(const NPUTF8* name);
+NPIdentifier NPN_GetIntIdentifier(int32_t intid);
 bool NPN_IdentifierIsString(NPIdentifier identifier);
 NPUTF8* NPN_UTF8FromIdentifier(NPIdentifier identifier);
 bool NPN_GetProperty(NPP npp, NPObject* obj, NPIdentifier propertyName, NPVariant* result);
