@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "../src/NetLogCapture.h"
+#include "LogCapture.h"
 #include "../src/SimClientFixture.h"
 #include "FakeBrowser.h"
 #include "FakeObject.h"
@@ -103,7 +103,7 @@ protected:
         return result.string();
     }
 
-    NetLogCapture _log{3};
+    CorvaneTest::LogCapture _log{3};
     std::unique_ptr<FakeBrowser> _browser;
     NPP _npp = nullptr;
 };
