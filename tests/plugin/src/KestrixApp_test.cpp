@@ -230,7 +230,10 @@ TEST_F(KestrixLaunchTest, LaunchWithoutAClientToStartFails) {
 
 TEST_F(KestrixLaunchTest, LaunchStartsTheClientAndWaitsForIt) {
     // The announcement is used as a format: "%%" in the path shows as "%".
-    const std::string script = installClient("Corvane Apps 100%%", "", "");
+    // The client takes a moment before it answers, as a real one does, so
+    // the launcher's process check sees it start (an instant answer would
+    // end the wait before any check).
+    const std::string script = installClient("Corvane Apps 100%%", "sleep 0.3;", "");
     const std::string shownScript = _home.path() + "/Corvane Apps 100%/corvanekestrix";
     KestrixApp::setLaunchTimeoutMs(5000);
 
