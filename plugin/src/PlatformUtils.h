@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "FileType.h"
+
 namespace Kestrix {
 namespace Web {
 namespace PlatformUtils {
@@ -18,6 +20,11 @@ std::string mimeTypeForFileAtPath(const std::string& path);
 // The first two numbers of the system version; either pointer may be null.
 // Falls back to 10.0 (and logs why) when the system does not say.
 void getSystemVersion(unsigned short* major, unsigned short* minor);
+
+// The extensions a panel allows for a file-type filter, in order: each
+// extension once, followed by its upper-case form; "*" (any file) is left
+// out. jpg, JPG, png gives jpg, JPG, png, PNG. May be empty.
+std::vector<std::string> createFileTypes(const std::vector<FileType>& types);
 
 // Whether `panel` (or, for null or a panel we do not know, any panel of
 // ours) is showing.

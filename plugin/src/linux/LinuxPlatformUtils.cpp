@@ -17,6 +17,7 @@
 
 #include <gio/gio.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "LinuxPanelList.h"
@@ -168,6 +169,21 @@ void getSystemVersion(unsigned short* major, unsigned short* minor) {
         *major = sysMajor;
     if (minor)
         *minor = sysMinor;
+}
+
+std::vector<std::string> createFileTypes(const std::vector<FileType>& types) {
+    std::vector<std::string> allowed;
+    for (const FileType& type : types) {
+        for (const std::string& ext : type.extensions) {
+            if (ext == "*" || std::find(allowed.begin(), allowed.end(), ext) != allowed.end())
+                continue;
+            allowed.push_back(ext);
+            gchar* upper = g_utf8_strup(ext.c_str(), static_cast<gssize>(ext.size()));
+            allowed.emplace_back(upper ? upper : ext.c_str());
+            g_free(upper);
+        }
+    }
+    return allowed;
 }
 
 bool isSaveDialogOpen(void* panel) {

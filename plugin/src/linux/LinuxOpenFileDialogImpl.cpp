@@ -1,0 +1,74 @@
+#include "LinuxOpenFileDialogImpl.h"
+
+#include "DialogUtils.h"
+#include "PlatformUtils.h"
+#include "cv_log.h"
+
+namespace Kestrix {
+namespace Web {
+
+LinuxOpenFileDialogImpl::LinuxOpenFileDialogImpl(const std::string& title, bool allowDirectories,
+                                                 bool allowMultiple, const std::string& fileTypes,
+                                                 bool foldersOnly, const std::string& browserName,
+                                                 unsigned long parentWindow)
+    : _allowDirectories(allowDirectories),
+      _allowMultiple(allowMultiple),
+      _browserName(browserName),
+      _fileTypes(fileTypes),
+      _foldersOnly(foldersOnly),
+      _timedOut(false),
+      _title(title),
+      _parentWindow(parentWindow) {}
+
+LinuxOpenFileDialogImpl::~LinuxOpenFileDialogImpl() = default;
+
+std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
+    // GTK offers files or folders, never both: an open panel that also
+    // allows folders (_allowDirectories) chooses files.
+    std::vector<std::string> args = {"--mode", _foldersOnly ? "folder" : "open"};
+    if (!_title.empty())
+        args.push_back("--title=" + _title);
+    if (_allowMultiple)
+        args.push_back("--multiple");
+    if (!_fileTypes.empty()) {
+        for (const std::string& ext : PlatformUtils::createFileTypes(DialogUtils::parseFileTypesJson(_fileTypes)))
+            args.push_back("--ext=" + ext);
+    }
+    if (_parentWindow)
+        args.push_back("--parent=" + std::to_string(_parentWindow));
+    return args;
+}
+
+std::vector<std::string> LinuxOpenFileDialogImpl::doShow() {
+    cv_dbg("LinuxOpenFileDialogImpl::doShow()");
+    const std::vector<std::string> args = panelArguments();
+    const int32_t guardSeconds = _timeout != 0 && LinuxPanelProcess::guardsBrowser(_browserName) ? _timeout : 0;
+
+    _timedOut = false;
+    _state = kStateShowing;
+    std::vector<std::string> paths;
+    const int result = _panel.run(this, args, guardSeconds, [this] { doOnTimeout(); }, paths);
+    if (_timedOut)
+        LinuxPanelProcess::alertTimedOut();
+    _state = LinuxPanelProcess::stateForResult(result);
+    if (_state != kStateAccepted)
+        paths.clear();
+    return paths;
+}
+
+void LinuxOpenFileDialogImpl::doClose() {
+    cv_dbg("LinuxOpenFileDialogImpl::doClose()");
+    if (_panel.isShowing()) {
+        cv_log("Closing open dialog");
+        _panel.abort();
+    }
+}
+
+void LinuxOpenFileDialogImpl::doOnTimeout() {
+    cv_dbg("LinuxOpenFileDialogImpl::doOnTimeout()");
+    _timedOut = true;
+    doClose();
+}
+
+}  // namespace Web
+}  // namespace Kestrix
