@@ -94,8 +94,8 @@ X11DragSelection::Answer X11DragSelection::readIncrementally(std::string* data) 
     XEvent event;
     auto newPiece = [&](const void* e) {
         const XEvent* x = static_cast<const XEvent*>(e);
-        return x->type == PropertyNotify && x->xproperty.window == _window && x->xproperty.atom == _property &&
-               x->xproperty.state == PropertyNewValue;
+        return x->type == PropertyNotify && x->xproperty.window == _window &&
+               x->xproperty.atom == _property && x->xproperty.state == PropertyNewValue;
     };
     for (;;) {
         if (!waitFor(newPiece, &event)) return Answer::TimedOut;

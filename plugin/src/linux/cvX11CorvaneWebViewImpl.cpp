@@ -54,8 +54,9 @@ cairo_surface_t* decodeJpeg(const char* data, unsigned int length) {
         return nullptr;
     }
     cairo_surface_flush(surface);
-    const int decoded = tjDecompress2(decoder.handle, bytes, length, cairo_image_surface_get_data(surface), width,
-                                      cairo_image_surface_get_stride(surface), height, kSurfacePixelFormat, 0);
+    const int decoded =
+        tjDecompress2(decoder.handle, bytes, length, cairo_image_surface_get_data(surface), width,
+                      cairo_image_surface_get_stride(surface), height, kSurfacePixelFormat, 0);
     if (decoded != 0 && tjGetErrorCode(decoder.handle) != TJERR_WARNING) {
         cairo_surface_destroy(surface);
         return nullptr;
@@ -167,15 +168,18 @@ void cvX11CorvaneWebViewImpl::invalidate() {
 void cvX11CorvaneWebViewImpl::paint(const NPEvent* event) {
     const XGraphicsExposeEvent& expose = event->xgraphicsexpose;
     const NPSetWindowCallbackStruct* info = windowInfo(_window);
-    Display* display = expose.display ? expose.display : info ? static_cast<Display*>(info->display) : nullptr;
+    Display* display = expose.display;
+    if (!display && info) display = static_cast<Display*>(info->display);
     if (!display || !expose.drawable || expose.width <= 0 || expose.height <= 0) return;
     Visual* visual = info && info->visual ? static_cast<Visual*>(info->visual)
                                           : DefaultVisual(display, DefaultScreen(display));
-    const int surfaceWidth = std::max<int>(_window ? static_cast<int>(_window->width) : 0, expose.x + expose.width);
+    const int surfaceWidth =
+        std::max<int>(_window ? static_cast<int>(_window->width) : 0, expose.x + expose.width);
     const int surfaceHeight =
         std::max<int>(_window ? static_cast<int>(_window->height) : 0, expose.y + expose.height);
 
-    cairo_surface_t* surface = cairo_xlib_surface_create(display, expose.drawable, visual, surfaceWidth, surfaceHeight);
+    cairo_surface_t* surface =
+        cairo_xlib_surface_create(display, expose.drawable, visual, surfaceWidth, surfaceHeight);
     cairo_t* cr = cairo_create(surface);
 
     double x = expose.x, y = expose.y, width = expose.width, height = expose.height;
@@ -308,7 +312,8 @@ bool cvX11CorvaneWebViewImpl::readPageFiles(const NPVariant* files, std::vector<
 
 // The page knows only the names: compare them with the last part of each
 // dropped path, in any order.
-bool cvX11CorvaneWebViewImpl::sameNames(std::vector<std::string> pageNames, const std::vector<std::string>& dropped) {
+bool cvX11CorvaneWebViewImpl::sameNames(std::vector<std::string> pageNames,
+                                        const std::vector<std::string>& dropped) {
     std::vector<std::string> droppedNames;
     droppedNames.reserve(dropped.size());
     for (const std::string& path : dropped) {
