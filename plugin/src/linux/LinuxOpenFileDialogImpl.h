@@ -29,7 +29,8 @@ public:
     std::vector<std::string> panelArguments() const;
 
 private:
-    bool _allowDirectories;
+    // Asked for, but GTK cannot offer files and folders in one panel.
+    [[maybe_unused]] bool _allowDirectories;
     bool _allowMultiple;
     std::string _browserName;
     std::string _fileTypes;

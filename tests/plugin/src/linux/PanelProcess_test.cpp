@@ -298,3 +298,14 @@ TEST_F(PanelProcessTest, AShowingPanelIsListedAndCanBeClosedFromOutside) {
     EXPECT_FALSE(Utils::isSaveDialogOpen(nullptr));
     EXPECT_FALSE(Utils::isSaveDialogOpen(save.getSystemDialog()));
 }
+
+TEST_F(PanelProcessTest, TheVariableNamesTheProgramUnlessEmpty) {
+    _env.set("CORVANE_DIALOG_PROGRAM", "/opt/somewhere/dialog program");
+    EXPECT_EQ("/opt/somewhere/dialog program", LinuxPanelProcess::programPath());
+    // Nothing of that name sits beside this test program, so the search
+    // path is left to find it.
+    _env.set("CORVANE_DIALOG_PROGRAM", "");
+    EXPECT_EQ("corvane-dialog", LinuxPanelProcess::programPath());
+    _env.unset("CORVANE_DIALOG_PROGRAM");
+    EXPECT_EQ("corvane-dialog", LinuxPanelProcess::programPath());
+}
