@@ -3,12 +3,8 @@
 // xdotool (real key presses through XTEST) while the panel's nested loop
 // runs on this thread. Without a display, corvane-dialog or xdotool the
 // tests skip.
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <glib.h>
@@ -32,6 +28,7 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "Utils.h"
+#include "XvfbServer.h"
 #include "linux/LinuxOpenFileDialogImpl.h"
 #include "linux/LinuxPanelProcess.h"
 
@@ -50,61 +47,36 @@ using Strings = std::vector<std::string>;
 // test instead of hanging it.
 const unsigned kWatchdogMs = 25000;
 
-// Starts Xvfb on a free display for the whole program, if it is installed.
+// One private Xvfb for the whole program when it is installed; else the
+// display in $DISPLAY, if any.
 class XDisplayEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
-        gchar* xvfb = g_find_program_in_path("Xvfb");
-        if (!xvfb) {
+        if (!CorvaneTest::XvfbServer::available()) {
             const char* display = getenv("DISPLAY");
             _display = display ? display : "";
             return;
         }
-        int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0) {
-            g_free(xvfb);
+        if (!_xvfb.start(1024, 768)) {
+            _startError = _xvfb.error();
             return;
         }
-        _pid = fork();
-        if (_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(fds[1], 3);  // clears close-on-exec; fds[1] is never 3 here
-            int devNull = open("/dev/null", O_WRONLY);
-            dup2(devNull, STDERR_FILENO);
-            execl(xvfb, "Xvfb", "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp", "-noreset",
-                  static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        g_free(xvfb);
-        close(fds[1]);
-        std::string number;
-        pollfd pfd = {fds[0], POLLIN, 0};
-        while (poll(&pfd, 1, 10000) > 0) {
-            char c;
-            if (read(fds[0], &c, 1) != 1 || c == '\n')
-                break;
-            number += c;
-        }
-        close(fds[0]);
-        if (!number.empty()) {
-            _display = ":" + number;
-            setenv("DISPLAY", _display.c_str(), 1);
-        }
+        _display = _xvfb.displayName();
+        setenv("DISPLAY", _display.c_str(), 1);
     }
-    void TearDown() override {
-        if (_pid > 0) {
-            kill(_pid, SIGTERM);
-            waitpid(_pid, nullptr, 0);
-        }
-    }
+    void TearDown() override { _xvfb.stop(); }
     static const std::string& display() { return _display; }
+    // Why an installed Xvfb could not be used; a failure, not a skip.
+    static const std::string& startError() { return _startError; }
 
 private:
     static std::string _display;
-    pid_t _pid = -1;
+    static std::string _startError;
+    CorvaneTest::XvfbServer _xvfb;
 };
 
 std::string XDisplayEnvironment::_display;
+std::string XDisplayEnvironment::_startError;
 
 ::testing::Environment* const kXDisplay = ::testing::AddGlobalTestEnvironment(new XDisplayEnvironment);
 
@@ -204,6 +176,7 @@ protected:
 #ifndef CORVANE_DIALOG_PATH
         GTEST_SKIP() << "corvane-dialog was not built (GTK 3 development files missing)";
 #else
+        ASSERT_EQ("", XDisplayEnvironment::startError());
         if (XDisplayEnvironment::display().empty())
             GTEST_SKIP() << "no X display: Xvfb is not installed and DISPLAY is not set";
         gchar* tool = g_find_program_in_path("xdotool");
