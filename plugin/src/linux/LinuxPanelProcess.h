@@ -42,9 +42,10 @@ public:
     // `paths` receives what an accepted panel printed.
     int run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
             const std::function<void()>& onTimeout, std::vector<std::string>& paths);
-    bool isShowing() const { return _subprocess != nullptr; }
+    bool isShowing() const { return _subprocess && !_finished; }
     // Ends a showing panel: the program is killed and run() answers
-    // kRunAborted. Nothing when no panel shows.
+    // kRunAborted. Nothing when no panel shows. Like everything here, for
+    // the thread that runs the default main context.
     void abort();
 
     // The dialog state a run result leaves the panel in; an unknown result
