@@ -7,17 +7,25 @@
 #include <exception>
 
 #include "BrowserFuncs.h"
+#include "DialogCallback.h"
 #include "EntryPoints.h"
+#include "EventHandler.h"
 #include "HttpResponse.h"
 #include "Json.h"
 #include "Messages.h"
 #include "OneShotManager.h"
+#include "OpenFileDialog.h"
+#include "OpenFolderDialog.h"
+#include "PathEscaper.h"
 #include "PlugIn.h"
 #include "RequestCallback.h"
 #include "RunnableScheduler.h"
+#include "SaveFileDialog.h"
 #include "ScriptObject.h"
 #include "TransferEventHandler.h"
 #include "TransfersPoller.h"
+#include "Utils.h"
+#include "cvCorvaneWebView.h"
 #include "cv_log.h"
 
 namespace Kestrix {
@@ -49,6 +57,33 @@ std::string textOf(const NPVariant& variant) {
 
 void returnText(const std::string& text, NPVariant* result) {
     CW_CharPtrToNPStringVariant(text.c_str(), result);
+}
+
+// A boolean, or a string that is exactly "true" or "false": pages pass
+// flags either way.
+bool npvariantIsBoolean(const NPVariant& variant) {
+    if (NPVARIANT_IS_BOOLEAN(variant)) return true;
+    if (!NPVARIANT_IS_STRING(variant)) return false;
+    const std::string text = textOf(variant);
+    return text == "true" || text == "false";
+}
+
+bool booleanOf(const NPVariant& variant) {
+    if (NPVARIANT_IS_BOOLEAN(variant)) return NPVARIANT_TO_BOOLEAN(variant);
+    return textOf(variant) == "true";
+}
+
+// A synchronous panel's answer while another panel shows: a string
+// variant with no characters and no buffer.
+bool returnNoDialog(NPVariant* result) {
+    CW_CharPtrToNPStringVariant(nullptr, result);
+    return true;
+}
+
+// The asynchronous panels' answer while another panel shows.
+bool returnDialogAlreadyOpen(NPVariant* result) {
+    returnText(Json::createError(kErrorDialogAlreadyOpen), result);
+    return true;
 }
 
 // A chunk position from the page: an int32 or a double, the double cut
@@ -88,7 +123,10 @@ bool returnObject(NPObject* object, NPVariant* result) {
 
 }  // namespace
 
-cvCorvaneWebPlugin::cvCorvaneWebPlugin(NPP npp, Parameters& parameters) : _npp(npp) {
+cvCorvaneWebPlugin* cvCorvaneWebPlugin::kLastDialogOpener = nullptr;
+
+cvCorvaneWebPlugin::cvCorvaneWebPlugin(NPP npp, Parameters& parameters)
+    : _npp(npp), _alive(std::make_shared<bool>(true)) {
     cv_dbg("cvCorvaneWebPlugin() [%p]", static_cast<void*>(this));
     _launchTimeoutMs = launchTimeoutFrom(parameters["kestrix-launch-wait-timeout-ms"]);
     _transparent = parameters["transparent"] == "yes";
@@ -127,6 +165,8 @@ cvCorvaneWebPlugin::cvCorvaneWebPlugin(NPP npp, Parameters& parameters) : _npp(n
 
 cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
     cv_dbg("~cvCorvaneWebPlugin() [%p]", static_cast<void*>(this));
+    *_alive = false;
+    if (kLastDialogOpener == this) kLastDialogOpener = nullptr;
     try {
         if (_transferEventHandler) {
             if (_core && _core->transfersPoller())
@@ -136,12 +176,13 @@ cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
         free(_imageData);
         _imageData = nullptr;
         _imageSize = 0;
-        // The view goes here once there is one.
+        _view.reset();
         // Stops and joins the request worker, then the poller: nothing can
         // queue work for this instance after this.
         _core.reset();
-        // Dialogs still waiting for their turn or showing end early; what
-        // is still queued for the page is dropped with the queue.
+        // Dialogs still waiting for their turn or showing end early and
+        // tell the page nothing; what is still queued for the page is
+        // dropped with the queue.
         if (RunnableScheduler::isInitialized()) RunnableScheduler::stopRunnables(_oneShotManager.get());
         _oneShotManager.reset();
     } catch (const std::exception& e) {
@@ -178,14 +219,15 @@ void cvCorvaneWebPlugin::destroyStream(NPStream* stream, NPReason) {
     if (!stream || !stream->url || _imageUrl != stream->url) return;
     // Whatever arrived goes to the view, even from a broken stream; the
     // view copies what it needs.
+    if (_view) _view->setImage(reinterpret_cast<const char*>(_imageData), static_cast<unsigned int>(_imageSize));
     free(_imageData);
     _imageData = nullptr;
     _imageSize = 0;
 }
 
-int16_t cvCorvaneWebPlugin::handleEvent(void*) {
-    // Events go to the view, which the plug-in does not have yet.
-    return 0;
+int16_t cvCorvaneWebPlugin::handleEvent(void* event) {
+    if (!_view || !_eventsEnabled) return 0;
+    return _view->handleEvent(event);
 }
 
 int32_t cvCorvaneWebPlugin::receiveOnStream(NPStream* stream, int32_t offset, int32_t len, void* buffer) {
@@ -204,8 +246,13 @@ int32_t cvCorvaneWebPlugin::receiveOnStream(NPStream* stream, int32_t offset, in
 
 bool cvCorvaneWebPlugin::setWindow(NPWindow* window, NPP npp) {
     if (!window) return true;
-    if (_windowSeen) return true;  // the view resizes here once there is one
-    _windowSeen = true;
+    if (_view) return _view->resize(window);
+    _view.reset(new cvCorvaneWebView());
+    _view->init(window, npp, _transparent, _dropAllowDirectories, _dropAllowMultiple);
+    _view->setDelegate(this);
+    // Nothing else turns events on: they reach the view from its first
+    // window on.
+    _eventsEnabled = true;
     if (!_imageUrl.empty()) {
         NPError error = NPN_GetURLNotify(npp, _imageUrl.c_str(), nullptr, nullptr);
         if (error != NPERR_NO_ERROR) cv_log("WARNING: Unable to load image from URL: %s", _imageUrl.c_str());
@@ -284,6 +331,56 @@ bool cvCorvaneWebPlugin::setEventHandler(const NPVariant* value) {
         cv_log("Event handler set");
     }
     return true;
+}
+
+// ---- The view's delegate ----
+
+void cvCorvaneWebPlugin::doDrop(std::vector<std::string> paths) {
+    cv_dbg("cvCorvaneWebPlugin::doDrop()");
+    PlugIn::addToApprovedFileList(paths);
+    if (_dropMode == 1) {
+        _core->uploadDroppedFiles(paths);
+        return;
+    }
+    if (_dropMode != 2) return;
+
+    NPObject* observer = _dropObserver;
+    NPIdentifier onDrop = NPN_GetStringIdentifier("onDrop");
+    if (observer && NPN_HasMethod(_npp, observer, onDrop)) {
+        const std::string joined = PathEscaper::toColonSeparatedStr(paths);
+        NPVariant argument;
+        CW_CharPtrToNPStringVariant(joined.empty() ? nullptr : joined.c_str(), &argument);
+        NPVariant answer;
+        VOID_TO_NPVARIANT(answer);
+        // The page may replace its observer from inside the call, which
+        // would drop our reference to the object being called.
+        NPN_RetainObject(observer);
+        NPN_Invoke(_npp, observer, onDrop, &argument, 1, &answer);
+        if (!NPVARIANT_IS_STRING(answer)) NPN_ReleaseVariantValue(&answer);
+        NPN_ReleaseObject(observer);
+        NPN_ReleaseVariantValue(&argument);
+    }
+    dropEvent(EventHandler::kEventTypeDrop, PathEscaper::toJsonStr(paths));
+}
+
+void cvCorvaneWebPlugin::doDropex(std::string json) {
+    cv_dbg("cvCorvaneWebPlugin::doDropex()");
+    dropEvent(EventHandler::kEventTypeDropex, json);
+}
+
+void cvCorvaneWebPlugin::doDragOver() {
+    cv_dbg("cvCorvaneWebPlugin::doDragOver()");
+    dropEvent(EventHandler::kEventTypeDragOver, "");
+}
+
+void cvCorvaneWebPlugin::doDragLeave() {
+    cv_dbg("cvCorvaneWebPlugin::doDragLeave()");
+    dropEvent(EventHandler::kEventTypeDragLeave, "");
+}
+
+void cvCorvaneWebPlugin::dropEvent(int type, const std::string& text) {
+    if (_dropMode != 2 || !_eventHandler) return;
+    EventHandler::handleEvent(_npp, _eventHandler, type, text);
 }
 
 // ---- Script methods ----
@@ -374,6 +471,15 @@ bool cvCorvaneWebPlugin::displayTransferManager(const NPVariant*, uint32_t argCo
     return true;
 }
 
+bool cvCorvaneWebPlugin::handleDrop(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+    cv_dbg("handleDrop(): argCount=%u", argCount);
+    if (argCount > 1 || (argCount == 1 && !NPVARIANT_IS_OBJECT(args[0]))) return false;
+    if (!_view) return false;
+    _view->handleDrop(argCount == 1 ? &args[0] : nullptr);
+    VOID_TO_NPVARIANT(*result);
+    return true;
+}
+
 bool cvCorvaneWebPlugin::initSession(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("initSession(): argCount=%u", argCount);
     if (argCount < 2 || !isString(args[0]) || !isString(args[1])) return false;
@@ -414,6 +520,169 @@ bool cvCorvaneWebPlugin::queryVersion(const NPVariant*, uint32_t argCount, NPVar
 bool cvCorvaneWebPlugin::queryKestrixVersion(const NPVariant*, uint32_t argCount, NPVariant* result) {
     cv_dbg("queryKestrixVersion(): argCount=%u", argCount);
     returnText(_core->queryKestrixVersion(), result);
+    return true;
+}
+
+// ---- Panels ----
+//
+// Each panel is made with the browser's window as its parent, given the
+// browser's name (which decides the time-out guard), and only then is this
+// instance recorded as the last one to open a dialog.
+
+bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+    cv_dbg("runOpenFileDialog(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
+    if (argCount != 2 || !npvariantIsBoolean(args[0]) || !npvariantIsBoolean(args[1])) return false;
+    const bool allowDirectories = booleanOf(args[0]);
+    const bool allowMultiple = booleanOf(args[1]);
+    const std::shared_ptr<bool> alive = _alive;
+    std::string text;
+    try {
+        OpenFileDialog dialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
+        dialog.init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        const std::vector<std::string> paths = dialog.show();
+        if (!*alive) return returnNoDialog(result);
+        // Chosen files may be read and uploaded; the download folder stays
+        // as it was.
+        PlugIn::addToApprovedFileList(paths);
+        text = PathEscaper::toColonSeparatedStr(paths);
+    } catch (const std::exception& e) {
+        cv_err("%s: %s", kErrorUnexpectedFileDialog.c_str(), e.what());
+        text.clear();
+    }
+    returnText(text, result);
+    return true;
+}
+
+bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t argCount,
+                                                NPVariant* result) {
+    cv_dbg("runOpenFileDialogAsync(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnDialogAlreadyOpen(result);
+    if ((argCount != 4 && argCount != 5) || !isString(args[0]) || !npvariantIsBoolean(args[1]) ||
+        !isString(args[2]) || !NPVARIANT_IS_OBJECT(args[3]) || (argCount == 5 && !npvariantIsBoolean(args[4]))) {
+        cv_err("runOpenFileDialogAsync() - invalid arguments");
+        return false;
+    }
+    try {
+        std::unique_ptr<OpenFileDialog> dialog(new OpenFileDialog(getBrowserWindow(), textOf(args[0]), false,
+                                                                  booleanOf(args[1]), textOf(args[2]),
+                                                                  argCount == 5 && booleanOf(args[4])));
+        dialog->init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        std::unique_ptr<DialogCallback> callback(
+            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindOpenFile));
+        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
+        dialog.release();
+        callback.release();
+        NULL_TO_NPVARIANT(*result);
+    } catch (const std::exception& e) {
+        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFileDialog), result);
+    }
+    return true;
+}
+
+bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+    cv_dbg("runOpenFolderDialog(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
+    if (argCount != 1 || !npvariantIsBoolean(args[0])) return false;
+    const bool allowMultiple = booleanOf(args[0]);
+    const std::shared_ptr<bool> alive = _alive;
+    std::string text;
+    try {
+        OpenFolderDialog dialog(getBrowserWindow(), "", allowMultiple, false);
+        dialog.init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        const std::vector<std::string> paths = dialog.show();
+        if (!*alive) return returnNoDialog(result);
+        // The first folder becomes the one downloads may go to; nothing is
+        // approved for reading.
+        if (!paths.empty()) _core->setLastSelectedPath(paths[0]);
+        text = PathEscaper::toColonSeparatedStr(paths);
+    } catch (const std::exception& e) {
+        cv_err("%s: %s", kErrorUnexpectedFolderDialog.c_str(), e.what());
+        text.clear();
+    }
+    returnText(text, result);
+    return true;
+}
+
+bool cvCorvaneWebPlugin::runOpenFolderDialogAsync(const NPVariant* args, uint32_t argCount,
+                                                  NPVariant* result) {
+    cv_dbg("runOpenFolderDialogAsync(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnDialogAlreadyOpen(result);
+    if ((argCount != 3 && argCount != 4) || !isString(args[0]) || !npvariantIsBoolean(args[1]) ||
+        !NPVARIANT_IS_OBJECT(args[2]) || (argCount == 4 && !npvariantIsBoolean(args[3]))) {
+        cv_err("runOpenFolderDialogAsync() - invalid arguments");
+        return false;
+    }
+    try {
+        std::unique_ptr<OpenFolderDialog> dialog(new OpenFolderDialog(
+            getBrowserWindow(), textOf(args[0]), booleanOf(args[1]), argCount == 4 && booleanOf(args[3])));
+        dialog->init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        std::unique_ptr<DialogCallback> callback(
+            new DialogCallback(NPVARIANT_TO_OBJECT(args[2]), _npp, DialogCallback::kDialogKindOpenFolder));
+        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
+        dialog.release();
+        callback.release();
+        NULL_TO_NPVARIANT(*result);
+    } catch (const std::exception& e) {
+        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFolderDialog), result);
+    }
+    return true;
+}
+
+bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
+    cv_dbg("runSaveFileDialog(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
+    if (argCount != 1 || !isString(args[0])) return false;
+    const std::string suggestedName = textOf(args[0]);
+    const std::shared_ptr<bool> alive = _alive;
+    std::string text;
+    try {
+        SaveFileDialog dialog(getBrowserWindow(), "", suggestedName, "");
+        dialog.init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        const std::vector<std::string> paths = dialog.show();
+        if (!*alive) return returnNoDialog(result);
+        // The chosen path becomes the download destination; it is not
+        // approved for reading.
+        if (!paths.empty()) {
+            _core->setLastSelectedPath(paths[0]);
+            text = paths[0];
+        }
+    } catch (const std::exception& e) {
+        cv_err("%s: %s", kErrorUnexpectedSaveDialog.c_str(), e.what());
+        text.clear();
+    }
+    returnText(text, result);
+    return true;
+}
+
+bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t argCount,
+                                                NPVariant* result) {
+    cv_dbg("runSaveFileDialogAsync(): argCount=%u", argCount);
+    if (Utils::isSaveDialogOpen(nullptr)) return returnDialogAlreadyOpen(result);
+    if (argCount != 4 || !isString(args[0]) || !isString(args[1]) || !isString(args[2]) ||
+        !NPVARIANT_IS_OBJECT(args[3])) {
+        cv_err("runSaveFileDialogAsync() - invalid arguments");
+        return false;
+    }
+    try {
+        std::unique_ptr<SaveFileDialog> dialog(
+            new SaveFileDialog(getBrowserWindow(), textOf(args[0]), textOf(args[1]), textOf(args[2])));
+        dialog->init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        std::unique_ptr<DialogCallback> callback(
+            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindSaveFile));
+        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
+        dialog.release();
+        callback.release();
+        NULL_TO_NPVARIANT(*result);
+    } catch (const std::exception& e) {
+        returnText(Json::createErrorAndLog(e, kErrorUnexpectedSaveDialog), result);
+    }
     return true;
 }
 
