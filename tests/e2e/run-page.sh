@@ -6,11 +6,21 @@
 #                    --expected FILE --out DIR [--filter REGEX | --all-lines]
 #                    [--exit N] [--timeout-ms N] [--install FILE]...
 #                    [--background CMD] [--wait-for PATH]
+#                    [--driver CMD] [--check PROGRAM [--check-arg ARG]...]
 # DIR is emptied and then keeps the run: console.txt (everything the page
 # printed), actual.txt (the lines compared), screenshot.png and home/ (the
 # private home, with the plug-in's log). Before filtering, the page folder's
 # file:// URL is cut out of every line, so script error lines read
-# "page.html:LINE" wherever the tree lives.
+# "page.html:LINE" wherever the tree lives, and the private home's path
+# becomes "~".
+#
+# --driver CMD starts the shell command CMD beside the browser, on its X
+# display (with-driver.sh), with E2E_CONSOLE naming console.txt as the
+# browser writes it; its output goes to driver.txt and it must end with
+# status 0. The page then gets the private home as "?home=PATH" in its URL
+# (see driver.sh and driver-page.js).
+# --check PROGRAM runs PROGRAM ARG... screenshot.png after the browser; it
+# must end with status 0 (its output: check.txt).
 set -uo pipefail
 
 die() { echo "run-page: $*" >&2; exit 2; }
@@ -18,6 +28,7 @@ die() { echo "run-page: $*" >&2; exit 2; }
 runner="" browser="" page="" expected="" out=""
 filter="^E2E: " want_exit=0 timeout_ms=30000
 runner_args=()
+driver="" check=()
 while [ $# -gt 0 ]; do
   [ $# -ge 2 ] || [ "$1" = --all-lines ] || die "$1 needs a value"
   case "$1" in
@@ -31,6 +42,9 @@ while [ $# -gt 0 ]; do
     --exit) want_exit="$2"; shift 2 ;;
     --timeout-ms) timeout_ms="$2"; shift 2 ;;
     --install|--background|--wait-for) runner_args+=("$1" "$2"); shift 2 ;;
+    --driver) driver="$2"; shift 2 ;;
+    --check) check=("$2"); shift 2 ;;
+    --check-arg) [ ${#check[@]} -gt 0 ] || die "--check-arg before --check"; check+=("$2"); shift 2 ;;
     *) die "unknown argument $1" ;;
   esac
 done
@@ -45,13 +59,26 @@ mkdir -p "$out" || die "cannot create $out"
 out="$(cd "$out" && pwd)"
 page="$(cd "$(dirname "$page")" && pwd)/$(basename "$page")"
 
-"$runner" --home "$out/home" "${runner_args[@]}" -- \
-  "$browser" --screenshot "$out/screenshot.png" --timeout-ms "$timeout_ms" "$page" > "$out/console.txt"
+home="$out/home"
+target="$page"
+wrapper=()
+if [ -n "$driver" ]; then
+  # Enough of percent-encoding for a path in a query.
+  query="$home"
+  query="${query//%/%25}"; query="${query// /%20}"; query="${query//#/%23}"
+  query="${query//&/%26}"; query="${query//+/%2B}"; query="${query//\?/%3F}"
+  target="file://$page?home=$query"
+  wrapper=("$(dirname "$0")/with-driver.sh" --driver "$driver"
+           --log "$out/driver.txt" --status "$out/driver-status" --)
+fi
+E2E_CONSOLE="$out/console.txt" "$runner" --home "$home" "${runner_args[@]}" -- "${wrapper[@]}" \
+  "$browser" --screenshot "$out/screenshot.png" --timeout-ms "$timeout_ms" "$target" > "$out/console.txt"
 status=$?
 
 page_dir_url="file://$(dirname "$page")/"
 while IFS= read -r line || [ -n "$line" ]; do
   line="${line//"$page_dir_url"/}"
+  line="${line//"$home"/"~"}"
   if [ -z "$filter" ] || [[ "$line" =~ $filter ]]; then
     printf '%s\n' "$line"
   fi
@@ -65,6 +92,24 @@ fi
 if ! diff -u --label expected --label actual "$expected" "$out/actual.txt" >&2; then
   echo "run-page: the page's output differs from $expected" >&2
   failed=1
+fi
+if [ -n "$driver" ]; then
+  driver_status="$(cat "$out/driver-status" 2>/dev/null)"
+  if [ "$driver_status" != 0 ]; then
+    echo "run-page: the driver failed (status ${driver_status:-unknown}):" >&2
+    sed 's/^/  | /' "$out/driver.txt" >&2
+    failed=1
+  fi
+fi
+if [ ${#check[@]} -gt 0 ]; then
+  if [ ! -f "$out/screenshot.png" ]; then
+    echo "run-page: no screenshot to check" >&2
+    failed=1
+  elif ! "${check[@]}" "$out/screenshot.png" > "$out/check.txt" 2>&1; then
+    echo "run-page: the screenshot check failed:" >&2
+    sed 's/^/  | /' "$out/check.txt" >&2
+    failed=1
+  fi
 fi
 if [ "$failed" = 1 ]; then
   echo "run-page: everything the page printed:" >&2

@@ -1,0 +1,267 @@
+#!/usr/bin/env bash
+# Plays the user for an end-to-end page: it answers the plug-in's panels in
+# corvane-dialog with real key presses (xdotool), offers dragged files as a
+# drag source does (xdnd-owner), and clicks into the browser window.
+#
+# It runs in the private home, on the browser's X display, beside the
+# browser (with-driver.sh starts it). The page asks for each action by
+# printing one console line
+#
+#     DRIVE: ID|COMMAND|ARG|ARG...
+#
+# (driver-page.js does this) which the driver reads from $E2E_CONSOLE as the
+# browser writes it, and acts on in order. When an action has ended it
+# writes its answer to $HOME/.e2e-driver/ID: "ok", "ok VALUE" or
+# "failed REASON"; the page reads that file. A path argument that starts
+# with "~/" is taken in the private home.
+#
+# Commands (TITLE: a panel's exact window title; waits are bounded):
+#   hello                      answers once the test files below exist
+#   choose TITLE PATH          types PATH into the panel's location entry, accepts
+#   choose-in TITLE FOLDER N   goes into FOLDER, selects its first N entries, accepts
+#   save TITLE PATH            types PATH as the name of a save panel, accepts
+#   cancel TITLE               presses Escape in the panel
+#   dismiss TITLE              presses Return in an alert
+#   shown TITLE [MS]           waits until a window TITLE shows
+#   gone TITLE [MS]            waits until no window TITLE shows
+#   absent TITLE MS            fails if a window TITLE shows within MS
+#   offer PATH...              a drag of these files starts (text/uri-list)
+#   offer-text TEXT            a drag of this text starts (UTF8_STRING)
+#   owner                      "ok cleared" once someone cleared the drag's
+#                              selection (waits up to 2 s), else "ok owning"
+#   offer-stop                 the drag source goes away
+#   click X Y                  clicks at X,Y in the browser's window
+#
+# Test files, made at start (modification time 2021-03-04 05:06:07 UTC):
+#   ~/e2e/files/alpha.txt "alpha\n", ~/e2e/files/beta.txt "beta!\n",
+#   ~/e2e/other/secret.txt, ~/e2e/folder/ (holding inner.txt), ~/e2e/out/
+#   (empty), ~/e2e/drop/a.txt ... h.txt ("drop a\n" ...), ~/e2e/drop/dir/.
+#
+# Environment: E2E_CONSOLE (the browser's console file, required),
+# E2E_XDND_OWNER (the xdnd-owner program, for the offer commands).
+# Its exit status is 0 when every action succeeded, 1 otherwise; SIGTERM
+# ends it.
+set -uo pipefail
+
+console="${E2E_CONSOLE:?E2E_CONSOLE is not set}"
+xdnd_owner="${E2E_XDND_OWNER:-}"
+answers="$HOME/.e2e-driver"
+failures=0
+owner_pid=""
+owner_out="$answers/.owner-output"
+tail_pid=""
+
+log() { printf 'driver: %s\n' "$*"; }
+now_ms() { date +%s%3N; }
+
+expand() {
+  case "$1" in
+    "~") printf '%s' "$HOME" ;;
+    "~/"*) printf '%s/%s' "$HOME" "${1#\~/}" ;;
+    *) printf '%s' "$1" ;;
+  esac
+}
+
+make_files() {
+  local e="$HOME/e2e" f
+  mkdir -p "$e/files" "$e/other" "$e/folder" "$e/out" "$e/drop/dir"
+  printf 'alpha\n' > "$e/files/alpha.txt"
+  printf 'beta!\n' > "$e/files/beta.txt"
+  printf 'secret\n' > "$e/other/secret.txt"
+  printf 'inner\n' > "$e/folder/inner.txt"
+  for f in a b c d e f g h; do printf 'drop %s\n' "$f" > "$e/drop/$f.txt"; done
+  # Fixed times, so that the pages can print the dates the plug-in reports.
+  find "$e" -exec touch -d "2021-03-04 05:06:07 UTC" {} +
+}
+
+# --- X windows -------------------------------------------------------------
+
+xdo() { timeout 10 xdotool "$@" 2>/dev/null; }
+
+# The first visible window titled exactly $1.
+find_window() {
+  local pattern
+  pattern="$(printf '%s' "$1" | sed 's/[][\\.*^$(){}+?|]/\\&/g')"
+  xdo search --onlyvisible --name "^${pattern}\$" | head -n 1
+}
+
+# Waits up to $2 ms (default 20000) for window $1; prints its id.
+wait_window() {
+  local deadline=$(( $(now_ms) + ${2:-20000} )) id
+  while :; do
+    id="$(find_window "$1")"
+    if [ -n "$id" ]; then printf '%s' "$id"; return 0; fi
+    [ "$(now_ms)" -lt "$deadline" ] || return 1
+    sleep 0.1
+  done
+}
+
+wait_gone() {
+  local deadline=$(( $(now_ms) + ${2:-10000} ))
+  while [ -n "$(find_window "$1")" ]; do
+    [ "$(now_ms)" -lt "$deadline" ] || return 1
+    sleep 0.1
+  done
+  return 0
+}
+
+# Gives window $1 the keyboard: there is no window manager to do it.
+focus() {
+  local attempt
+  for attempt in $(seq 50); do
+    xdo windowfocus "$1"
+    if [ "$(xdo getwindowfocus)" = "$1" ]; then
+      sleep 0.3  # let GTK settle before the first key
+      return 0
+    fi
+    sleep 0.1
+  done
+  return 1
+}
+
+keys() { xdo key --delay 60 "$@"; }
+type_text() { xdo type --delay 15 "$1"; }
+
+# Presses Return until panel $1 has gone: the first press may only take the
+# location entry's completion.
+accept_with_return() {
+  local attempt
+  for attempt in 1 2 3 4 5; do
+    sleep 0.4
+    keys Return
+    wait_gone "$1" 1500 && return 0
+  done
+  return 1
+}
+
+# --- drag source -------------------------------------------------------------
+
+stop_owner() {
+  if [ -n "$owner_pid" ]; then
+    kill -TERM "$owner_pid" 2>/dev/null
+    wait "$owner_pid" 2>/dev/null
+    owner_pid=""
+  fi
+}
+
+# Starts xdnd-owner with the given options; waits for its "ready".
+start_owner() {
+  [ -n "$xdnd_owner" ] || { reply="E2E_XDND_OWNER is not set"; return 1; }
+  stop_owner
+  : > "$owner_out"
+  "$xdnd_owner" --lifetime-ms 120000 "$@" > "$owner_out" 2>&1 &
+  owner_pid=$!
+  local deadline=$(( $(now_ms) + 10000 ))
+  until grep -qx ready "$owner_out"; do
+    if ! kill -0 "$owner_pid" 2>/dev/null || [ "$(now_ms)" -ge "$deadline" ]; then
+      reply="xdnd-owner did not get ready: $(tr '\n' ' ' < "$owner_out")"
+      return 1
+    fi
+    sleep 0.05
+  done
+}
+
+# --- commands ----------------------------------------------------------------
+
+# Waits for panel $1 and focuses it.
+panel() {
+  local id
+  id="$(wait_window "$1")" || { reply="no window \"$1\""; return 1; }
+  focus "$id" || { reply="could not focus \"$1\""; return 1; }
+}
+
+# Runs one command in this shell (the drag source must outlive it); leaves
+# the answer's value, or the reason for failing, in $reply.
+perform() {
+  local command="$1" path n list id deadline
+  shift
+  reply=""
+  case "$command" in
+    hello) ;;
+    choose)
+      panel "$1" || return 1
+      keys ctrl+l
+      type_text "$(expand "$2")"
+      accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
+    choose-in)
+      panel "$1" || return 1
+      keys ctrl+l
+      type_text "$(expand "$2")/"
+      sleep 0.4
+      keys Return
+      # Into the folder, where its first entry is selected; add the next.
+      sleep 0.8
+      for ((n = 1; n < $3; n++)); do keys shift+Down; done
+      accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
+    save)
+      panel "$1" || return 1
+      keys ctrl+a
+      type_text "$(expand "$2")"
+      accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
+    cancel|dismiss)
+      panel "$1" || return 1
+      if [ "$command" = cancel ]; then keys Escape; else keys Return; fi
+      wait_gone "$1" || { reply="\"$1\" did not close"; return 1; } ;;
+    shown)
+      wait_window "$1" "${2:-20000}" > /dev/null || { reply="no window \"$1\""; return 1; } ;;
+    gone)
+      wait_gone "$1" "${2:-10000}" || { reply="\"$1\" still shows"; return 1; } ;;
+    absent)
+      if wait_window "$1" "${2:-2000}" > /dev/null; then reply="a window \"$1\" showed"; return 1; fi ;;
+    offer)
+      list=""
+      for path in "$@"; do list+="file://$(expand "$path")"$'\r\n'; done
+      start_owner --uri-list "$list" ;;
+    offer-text)
+      start_owner --text "$(expand "$1")" ;;
+    owner)
+      [ -n "$owner_pid" ] || { reply="no drag source"; return 1; }
+      deadline=$(( $(now_ms) + 2000 ))
+      reply=cleared
+      until grep -qx cleared "$owner_out"; do
+        if [ "$(now_ms)" -ge "$deadline" ]; then reply=owning; break; fi
+        sleep 0.05
+      done ;;
+    offer-stop) stop_owner ;;
+    click)
+      id="$(wait_window corvane-browser 5000)" || { reply="no browser window"; return 1; }
+      xdo mousemove --window "$id" "$1" "$2" click 1 || { reply="xdotool could not click"; return 1; } ;;
+    *) reply="unknown command $command"; return 1 ;;
+  esac
+}
+
+answer() {
+  printf '%s\n' "$2" > "$answers/.$1.tmp" && mv "$answers/.$1.tmp" "$answers/$1"
+}
+
+finish() {
+  stop_owner
+  [ -z "$tail_pid" ] || kill "$tail_pid" 2>/dev/null
+  log "done, $failures failed"
+  [ "$failures" = 0 ] && exit 0
+  exit 1
+}
+trap finish TERM INT
+
+mkdir -p "$answers"
+make_files
+log "ready on display ${DISPLAY:-?}"
+
+exec 3< <(exec tail -n +1 -F "$console" 2>/dev/null)
+tail_pid=$!
+while IFS= read -r line <&3; do
+  case "$line" in "DRIVE: "*) ;; *) continue ;; esac
+  IFS='|' read -r -a fields <<< "${line#DRIVE: }"
+  id="${fields[0]:-}"
+  case "$id" in ''|*/*|.*) log "bad request: $line"; failures=$((failures + 1)); continue ;; esac
+  log "$id: ${fields[*]:1}"
+  if perform "${fields[@]:1}"; then
+    answer "$id" "ok${reply:+ $reply}"
+    log "$id: ok${reply:+ $reply}"
+  else
+    failures=$((failures + 1))
+    answer "$id" "failed ${reply:-no reason}"
+    log "$id: failed ${reply:-no reason}"
+  fi
+done
+finish
