@@ -74,8 +74,13 @@ protected:
     // folder in the client's path file. `environment` is put before the exec.
     std::string installClient(const std::string& folder, const std::string& environment,
                               const std::string& simArgs) {
+        // The simulator is run through a link named like the client, so the
+        // process carries the client's name from its first instruction on:
+        // the launcher's process check must never see it under another name.
+        const std::string link = _home.mkdir(folder + "/.sim") + "/corvanekestrix";
+        std::filesystem::create_symlink(KestrixSim::programPath(), link);
         const std::string script = _home.write(folder + "/corvanekestrix",
-                                               "#!/bin/sh\n" + environment + " exec '" + KestrixSim::programPath() +
+                                               "#!/bin/sh\n" + environment + " exec '" + link +
                                                    "' --process-name corvanekestrix --quiet " + simArgs + "\n");
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         _home.write(".local/share/Corvane/Corvane Kestrix/etc/corvanekestrix.path",
