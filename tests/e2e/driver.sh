@@ -34,7 +34,8 @@
 #
 # Test files, made at start (modification time 2021-03-04 05:06:07 UTC):
 #   ~/e2e/files/alpha.txt "alpha\n", ~/e2e/files/beta.txt "beta!\n",
-#   ~/e2e/other/secret.txt, ~/e2e/folder/ (holding inner.txt), ~/e2e/out/
+#   ~/e2e/other/secret.txt, ~/e2e/odd/colon:name.txt "odd\n",
+#   ~/e2e/folder/ (holding inner.txt), ~/e2e/out/
 #   (empty), ~/e2e/drop/a.txt ... h.txt ("drop a\n" ...), ~/e2e/drop/dir/.
 #
 # Environment: E2E_CONSOLE (the browser's console file, required),
@@ -64,10 +65,11 @@ expand() {
 
 make_files() {
   local e="$HOME/e2e" f
-  mkdir -p "$e/files" "$e/other" "$e/folder" "$e/out" "$e/drop/dir"
+  mkdir -p "$e/files" "$e/other" "$e/odd" "$e/folder" "$e/out" "$e/drop/dir"
   printf 'alpha\n' > "$e/files/alpha.txt"
   printf 'beta!\n' > "$e/files/beta.txt"
   printf 'secret\n' > "$e/other/secret.txt"
+  printf 'odd\n' > "$e/odd/colon:name.txt"
   printf 'inner\n' > "$e/folder/inner.txt"
   for f in a b c d e f g h; do printf 'drop %s\n' "$f" > "$e/drop/$f.txt"; done
   # Fixed times, so that the pages can print the dates the plug-in reports.
@@ -78,12 +80,13 @@ make_files() {
 
 xdo() { timeout 10 xdotool "$@" 2>/dev/null; }
 
-# The first visible window titled exactly $1.
-find_window() {
+# The visible windows titled exactly $1, one id per line.
+find_windows() {
   local pattern
   pattern="$(printf '%s' "$1" | sed 's/[][\\.*^$(){}+?|]/\\&/g')"
-  xdo search --onlyvisible --name "^${pattern}\$" | head -n 1
+  xdo search --onlyvisible --name "^${pattern}\$"
 }
+find_window() { find_windows "$1" | head -n 1; }
 
 # Waits up to $2 ms (default 20000) for window $1; prints its id.
 wait_window() {
@@ -99,6 +102,19 @@ wait_window() {
 wait_gone() {
   local deadline=$(( $(now_ms) + ${2:-10000} ))
   while [ -n "$(find_window "$1")" ]; do
+    [ "$(now_ms)" -lt "$deadline" ] || return 1
+    sleep 0.1
+  done
+  return 0
+}
+
+# Waits up to $2 ms for the panel $panel_id titled $1 to go. The page may
+# open its next panel of the same title at once, and the X server gives the
+# next program the same window ids: the panel is its process's window.
+panel_gone() {
+  local deadline=$(( $(now_ms) + ${2:-10000} ))
+  while find_windows "$1" | grep -qx "$panel_id" &&
+        [ "$(xdo getwindowpid "$panel_id")" = "$panel_pid" ]; do
     [ "$(now_ms)" -lt "$deadline" ] || return 1
     sleep 0.1
   done
@@ -123,13 +139,20 @@ keys() { xdo key --delay 60 "$@"; }
 type_text() { xdo type --delay 15 "$1"; }
 
 # Presses Return until panel $1 has gone: the first press may only take the
-# location entry's completion.
+# location entry's completion. Keys go to whatever has the focus (or lies
+# under the pointer), so each press first makes sure the panel is still
+# there and has the focus.
 accept_with_return() {
   local attempt
   for attempt in 1 2 3 4 5; do
     sleep 0.4
+    panel_gone "$1" 0 && return 0
+    if [ "$(xdo getwindowfocus)" != "$panel_id" ] && ! focus "$panel_id"; then
+      panel_gone "$1" 0
+      return
+    fi
     keys Return
-    wait_gone "$1" 1500 && return 0
+    panel_gone "$1" 2000 && return 0
   done
   return 1
 }
@@ -163,11 +186,12 @@ start_owner() {
 
 # --- commands ----------------------------------------------------------------
 
-# Waits for panel $1 and focuses it.
+# Waits for panel $1 and focuses it; its window and process go to
+# $panel_id and $panel_pid.
 panel() {
-  local id
-  id="$(wait_window "$1")" || { reply="no window \"$1\""; return 1; }
-  focus "$id" || { reply="could not focus \"$1\""; return 1; }
+  panel_id="$(wait_window "$1")" || { reply="no window \"$1\""; return 1; }
+  panel_pid="$(xdo getwindowpid "$panel_id")"
+  focus "$panel_id" || { reply="could not focus \"$1\""; return 1; }
 }
 
 # Runs one command in this shell (the drag source must outlive it); leaves
@@ -201,7 +225,7 @@ perform() {
     cancel|dismiss)
       panel "$1" || return 1
       if [ "$command" = cancel ]; then keys Escape; else keys Return; fi
-      wait_gone "$1" || { reply="\"$1\" did not close"; return 1; } ;;
+      panel_gone "$1" || { reply="\"$1\" did not close"; return 1; } ;;
     shown)
       wait_window "$1" "${2:-20000}" > /dev/null || { reply="no window \"$1\""; return 1; } ;;
     gone)
