@@ -219,7 +219,8 @@ void cvCorvaneWebPlugin::destroyStream(NPStream* stream, NPReason) {
     if (!stream || !stream->url || _imageUrl != stream->url) return;
     // Whatever arrived goes to the view, even from a broken stream; the
     // view copies what it needs.
-    if (_view) _view->setImage(reinterpret_cast<const char*>(_imageData), static_cast<unsigned int>(_imageSize));
+    if (_view)
+        _view->setImage(reinterpret_cast<const char*>(_imageData), static_cast<unsigned int>(_imageSize));
     free(_imageData);
     _imageData = nullptr;
     _imageSize = 0;
@@ -555,12 +556,12 @@ bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCo
     return true;
 }
 
-bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t argCount,
-                                                NPVariant* result) {
+bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runOpenFileDialogAsync(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnDialogAlreadyOpen(result);
     if ((argCount != 4 && argCount != 5) || !isString(args[0]) || !npvariantIsBoolean(args[1]) ||
-        !isString(args[2]) || !NPVARIANT_IS_OBJECT(args[3]) || (argCount == 5 && !npvariantIsBoolean(args[4]))) {
+        !isString(args[2]) || !NPVARIANT_IS_OBJECT(args[3]) ||
+        (argCount == 5 && !npvariantIsBoolean(args[4]))) {
         cv_err("runOpenFileDialogAsync() - invalid arguments");
         return false;
     }
@@ -660,8 +661,7 @@ bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCo
     return true;
 }
 
-bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t argCount,
-                                                NPVariant* result) {
+bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runSaveFileDialogAsync(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnDialogAlreadyOpen(result);
     if (argCount != 4 || !isString(args[0]) || !isString(args[1]) || !isString(args[2]) ||

@@ -168,7 +168,8 @@ TEST_F(PluginDialogsTest, SynchronousPanelsKeepTheirOwnBookkeeping) {
     cvCorvaneWebPlugin* plugin = pluginOf(_npp);
 
     choose({_a, _b});
-    EXPECT_EQ(_a + ":" + _files.path() + "/files/b\\:c.txt", callText(object, "runOpenFileDialog", {false, true}));
+    EXPECT_EQ(_a + ":" + _files.path() + "/files/b\\:c.txt",
+              callText(object, "runOpenFileDialog", {false, true}));
     EXPECT_EQ("--mode\nopen\n--multiple\n" + std::string(kParentArgument) + "\n", recorded());
     EXPECT_TRUE(approved(_a));
     EXPECT_TRUE(approved(_b));
@@ -185,8 +186,9 @@ TEST_F(PluginDialogsTest, SynchronousPanelsKeepTheirOwnBookkeeping) {
     const std::string saved = _files.path() + "/saved.txt";
     choose({saved});
     EXPECT_EQ(saved, callText(object, "runSaveFileDialog", {"report.txt"}));
-    EXPECT_EQ("--mode\nsave\n--name=report.txt\n--ext=txt\n--allow-other\n" + std::string(kParentArgument) + "\n",
-              recorded());
+    EXPECT_EQ(
+        "--mode\nsave\n--name=report.txt\n--ext=txt\n--allow-other\n" + std::string(kParentArgument) + "\n",
+        recorded());
     EXPECT_EQ(saved, core()->lastSelectedPath());
     EXPECT_FALSE(approved(saved));
 
@@ -223,7 +225,8 @@ TEST_F(PluginDialogsTest, AsynchronousAnswersReachThePageFromTheMainLoop) {
     EXPECT_EQ(2, FakeRuntime::refCount(callback));
     ASSERT_TRUE(host.pumpUntil([&] { return callback->callCount() == 1; }));
     EXPECT_EQ((Strings{"[\"" + _a + "\"]"}), callback->stringArgs(0));
-    EXPECT_EQ("--mode\nopen\n--title=Pick\n--multiple\n--ext=txt\n--ext=TXT\n" + std::string(kParentArgument) + "\n",
+    EXPECT_EQ("--mode\nopen\n--title=Pick\n--multiple\n--ext=txt\n--ext=TXT\n" +
+                  std::string(kParentArgument) + "\n",
               recorded());
     EXPECT_TRUE(approved(_a));
     EXPECT_EQ("", core()->lastSelectedPath());
@@ -234,7 +237,8 @@ TEST_F(PluginDialogsTest, AsynchronousAnswersReachThePageFromTheMainLoop) {
     choose({_b});
     ASSERT_TRUE(call(object, "runOpenFileDialogAsync", {"t", false, "", fn, true}));
     ASSERT_TRUE(host.pumpUntil([&] { return callback->callCount() == 2; }));
-    EXPECT_EQ(0u, callback->stringArgs(1)[0].find("{\"dataTransfer\":{\"files\":[{")) << callback->stringArgs(1)[0];
+    EXPECT_EQ(0u, callback->stringArgs(1)[0].find("{\"dataTransfer\":{\"files\":[{"))
+        << callback->stringArgs(1)[0];
 
     // A folder is approved and becomes the destination.
     choose({_folder});
@@ -274,7 +278,8 @@ TEST_F(PluginDialogsTest, APanelThatFailsCallsNothingAndABadFilterAnswersAnError
     // A program that fails leaves the panel aborted: result 0, no call.
     useProgram("printf '/never\\0'\nexit 2\n");
     ASSERT_TRUE(call(object, "runOpenFileDialogAsync", {"t", false, "", fn}));
-    ASSERT_TRUE(host.pumpUntil([&] { return _log.has("DBG DialogCallback::handleCallback() - result=0 resultStr=[]"); }));
+    ASSERT_TRUE(host.pumpUntil(
+        [&] { return _log.has("DBG DialogCallback::handleCallback() - result=0 resultStr=[]"); }));
     EXPECT_TRUE(host.pumpUntil([&] { return FakeRuntime::refCount(callback) == 1; }));
     EXPECT_EQ(0u, callback->callCount());
     EXPECT_FALSE(approved("/never"));

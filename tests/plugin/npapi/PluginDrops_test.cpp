@@ -112,8 +112,10 @@ protected:
         _observer = browser().newPageObject();
         _observer->addMethod("onDrop");
         _handler = browser().newPageFunction();
-        EXPECT_TRUE(FakeRuntime::writeProperty(_object, "dropObserver", FakeValue(static_cast<NPObject*>(_observer))));
-        EXPECT_TRUE(FakeRuntime::writeProperty(_object, "eventHandler", FakeValue(static_cast<NPObject*>(_handler))));
+        EXPECT_TRUE(FakeRuntime::writeProperty(_object, "dropObserver",
+                                               FakeValue(static_cast<NPObject*>(_observer))));
+        EXPECT_TRUE(
+            FakeRuntime::writeProperty(_object, "eventHandler", FakeValue(static_cast<NPObject*>(_handler))));
     }
 
     static bool approved(const std::string& path) { return PlugIn::isFileAllowed(path); }
@@ -194,7 +196,8 @@ TEST_F(PluginDropsTest, TheImageStreamEndsInTheView) {
 // ---- What the page hears of a drop ----
 
 TEST_F(PluginDropsTest, CallbackModeTellsTheObserverAndTheEventHandler) {
-    if (!newInstanceOnDisplay({{"drop-mode", "callback"}})) GTEST_SKIP() << "Xvfb is not installed (Debian: xvfb)";
+    if (!newInstanceOnDisplay({{"drop-mode", "callback"}}))
+        GTEST_SKIP() << "Xvfb is not installed (Debian: xvfb)";
     watchDrops();
     startDrag({_a, _b});
     pageDrops({"b.txt", "a.txt"});
@@ -259,7 +262,8 @@ TEST_F(PluginDropsTest, AFolderCountsOnlyWithDropAllowDirectoriesTrue) {
 }
 
 TEST_F(PluginDropsTest, NamesThatDoNotMatchTheDragApproveNothingAndTellNobody) {
-    if (!newInstanceOnDisplay({{"drop-mode", "callback"}})) GTEST_SKIP() << "Xvfb is not installed (Debian: xvfb)";
+    if (!newInstanceOnDisplay({{"drop-mode", "callback"}}))
+        GTEST_SKIP() << "Xvfb is not installed (Debian: xvfb)";
     watchDrops();
     startDrag({_a, _b});
     pageDrops({"a.txt", "c.txt"});
@@ -303,7 +307,8 @@ TEST_F(PluginDropsTest, TheDelegateReportsToThePageInCallbackModeOnly) {
 
     // An observer without "onDrop" is skipped; the event still goes.
     FakeObject* silent = host.newPageObject();
-    EXPECT_TRUE(FakeRuntime::writeProperty(_object, "dropObserver", FakeValue(static_cast<NPObject*>(silent))));
+    EXPECT_TRUE(
+        FakeRuntime::writeProperty(_object, "dropObserver", FakeValue(static_cast<NPObject*>(silent))));
     plugin->doDrop({lone});
     EXPECT_EQ(0u, silent->callCount());
     EXPECT_EQ(5u, _handler->callCount());

@@ -3,10 +3,9 @@
 // real panel (typed with xdotool from another thread) reaches the page;
 // an instance that goes closes its panel without calling the page. The
 // browser side is the fake browser, pumped as the host's main loop.
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <glib.h>
 
 #include <atomic>
 #include <chrono>
@@ -74,8 +73,8 @@ std::string xdotool(const Strings& args) {
     argv.push_back(nullptr);
     gchar* out = nullptr;
     g_spawn_sync(nullptr, const_cast<gchar**>(argv.data()), nullptr,
-                 static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL), nullptr, nullptr, &out,
-                 nullptr, nullptr, nullptr);
+                 static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL), nullptr, nullptr,
+                 &out, nullptr, nullptr, nullptr);
     std::string text = out ? out : "";
     g_free(out);
     while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
@@ -181,7 +180,9 @@ protected:
     std::string title(const std::string& what) const {
         return "corvane-plugin-test-" + std::to_string(getpid()) + "-" + what;
     }
-    FakeValue callbackValue() const { return FakeValue(static_cast<NPObject*>(_callback)); }
+    FakeValue callbackValue() const {
+        return FakeValue(static_cast<NPObject*>(_callback));
+    }
 
     TempDir _files;
     std::string _a;
