@@ -1,0 +1,36 @@
+// Shared by the pages that look at what the plug-in draws.
+var View = (function () {
+    "use strict";
+
+    // The "image" parameter must be the full URL the browser reports for
+    // the stream, so the element with the picture is made here.
+    function addPicture(then) {
+        var folder = location.protocol + "//" + location.host + location.pathname.replace(/[^\/]*$/, "");
+        var element = document.createElement("embed");
+        element.id = "picture";
+        element.setAttribute("type", "application/x-corvane-web");
+        element.setAttribute("width", "300");
+        element.setAttribute("height", "200");
+        element.setAttribute("image", folder + "plugin-view-solid.jpg");
+        document.body.appendChild(element);
+        E2E.waitFor("the plug-in in #picture", 10000, function () {
+            return typeof element.queryVersion === "function";
+        }, then);
+    }
+
+    // Has the driver click at x,y (window coordinates, here the page's) in
+    // the element `id`, and waits until the page has seen the press.
+    function click(id, x, y, then) {
+        var pressed = false;
+        var element = document.getElementById(id);
+        element.addEventListener("mousedown", function () { pressed = true; });
+        Driver.act("click", String(x), String(y), function () {
+            E2E.waitFor("the click in #" + id, 5000, function () { return pressed; }, function () {
+                E2E.print("clicked #" + id);
+                then();
+            });
+        });
+    }
+
+    return { addPicture: addPicture, click: click };
+})();
