@@ -73,6 +73,10 @@ void runJob(void* data) {
 
 class OneShotManagerTest : public ::testing::Test {
 protected:
+    // The browser's main thread owns the default main context long before
+    // any worker posts to it; make it so here too (otherwise the first
+    // worker would create it, and its wake-up descriptor, on its own).
+    void SetUp() override { g_main_context_default(); }
     void TearDown() override { drain(); }
 };
 
