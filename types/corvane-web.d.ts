@@ -284,10 +284,6 @@ declare namespace CorvaneWeb {
          * (`Array.from(event.dataTransfer.files, f => f.name)`); the drop is
          * refused when they do not match the dragged files. Throws before the
          * plug-in is shown.
-         *
-         * Coming with the platform user interface (panels, drag and drop) in
-         * a later release of the plug-in; until then the element has no such
-         * method (test with `typeof plugin.handleDrop === "function"`).
          */
         handleDrop(fileNames?: ArrayLike<string>): void;
 
@@ -332,9 +328,6 @@ declare namespace CorvaneWeb {
          * paths joined by ":" (each ":" and "\" inside a path preceded by a
          * backslash), or "" when the user cancelled or another panel is open.
          * The chosen files may then be uploaded and read.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runOpenFileDialog(allowDirectories: BooleanLike, allowMultiple: BooleanLike): string;
 
@@ -345,9 +338,6 @@ declare namespace CorvaneWeb {
          * is called when the user cancels. `fileTypes` is "" or JSON text of
          * `FileTypeFilter[]`. Gives an error document instead when another
          * panel is open.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runOpenFileDialogAsync(
             title: string,
@@ -375,9 +365,6 @@ declare namespace CorvaneWeb {
          * Shows a panel to choose a folder and waits for it. Gives the chosen
          * folders joined by ":" as `runOpenFileDialog` does, or "". The first
          * chosen folder becomes the allowed destination of the next download.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runOpenFolderDialog(allowMultiple: BooleanLike): string;
 
@@ -386,9 +373,6 @@ declare namespace CorvaneWeb {
          * `callback` then receives a JSON array of the chosen folders, or
          * the extended description when `extendedResult` is true. Gives an
          * error document instead when another panel is open.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runOpenFolderDialogAsync(
             title: string,
@@ -414,9 +398,6 @@ declare namespace CorvaneWeb {
          * for it. Gives the chosen path, or "" when cancelled or another panel
          * is open. The chosen path becomes the allowed destination of the next
          * download.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runSaveFileDialog(suggestedName: string): string;
 
@@ -425,9 +406,6 @@ declare namespace CorvaneWeb {
          * receives the chosen path as a JSON string, or the JSON text "null"
          * when the user cancelled. Gives an error document instead when
          * another panel is open. Takes exactly 4 arguments.
-         *
-         * Coming with the platform user interface in a later release; until
-         * then the element has no such method.
          */
         runSaveFileDialogAsync(
             title: string,
