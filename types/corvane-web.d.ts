@@ -243,7 +243,7 @@ declare namespace CorvaneWeb {
          * Sends a request of the page to Corvane Kestrix and waits for the
          * answer. `data` is the JSON body ("" sends "{}"); it is checked
          * first: it must parse, an application id starting with "^" must
-         * name this page's host, and transfer specifications may only send
+         * name this page's host, and the transfers it describes may only send
          * files the user chose and only receive into the folder the user
          * chose. Gives the client's answer body whatever its HTTP status, or
          * an error document. Takes 3 or more arguments.
