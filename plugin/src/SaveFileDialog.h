@@ -1,53 +1,30 @@
-// The page's save panel: one path to write to, offered under a suggested
-// name. The page receives the path as a JSON string, or null.
+// The page's save panel: one path to save to, offered under a suggested name.
 #pragma once
 
-#include <atomic>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "IDialogImpl.h"
-#include "Runnable.h"
+#include "PanelDialog.h"
 
 namespace Kestrix {
 namespace Web {
 
-class SaveFileDialog : public Runnable {
+class SaveFileDialog : public PanelDialog {
 public:
     SaveFileDialog(void* parent, const std::string& title, const std::string& suggestedName,
                    const std::string& fileTypes);
-    ~SaveFileDialog() override;
-
-    bool isInterrupted() const override;
-    // The panel's state (IDialogImpl::DialogState_e); 0 before init.
-    unsigned long result() const override;
-    std::string resultStr() const override;
-    // Shows the panel without a time-out; an error becomes the error
-    // document in resultStr. Shows nothing once stopped.
-    void run() override;
-    // Marks the dialog interrupted and closes a showing panel.
-    void stop() override;
 
     // Creates the platform panel; always true.
     bool init(const std::string& browserName);
-    // Shows the panel with the time-out guard; errors propagate.
-    std::vector<std::string> show();
-    std::vector<std::string> showHelper(bool withTimeout);
-    // The panel's platform handle, null before init.
-    void* getSystemDialog() const;
-    // The path chosen at the last show (one at most).
-    const std::vector<std::string>& paths() const { return _paths; }
+
+protected:
+    // The chosen path as one JSON string, or null when none was chosen.
+    std::string resultFor(const std::vector<std::string>& paths) const override;
+    const std::string& unexpectedErrorMessage() const override;
 
 private:
     std::string _fileTypes;
-    std::unique_ptr<IDialogImpl> _impl;
-    std::atomic<bool> _interrupted;
-    void* _parent;
-    std::string _resultStr;
     std::string _suggestedName;
-    std::vector<std::string> _paths;
-    std::string _title;
 };
 
 }  // namespace Web
