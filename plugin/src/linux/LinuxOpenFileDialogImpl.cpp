@@ -41,19 +41,7 @@ std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxOpenFileDialogImpl::doShow() {
     cv_dbg("LinuxOpenFileDialogImpl::doShow()");
-    const std::vector<std::string> args = panelArguments();
-    const int32_t guardSeconds = _timeout != 0 && LinuxPanelProcess::guardsBrowser(_browserName) ? _timeout : 0;
-
-    _timedOut = false;
-    _state = kStateShowing;
-    std::vector<std::string> paths;
-    const int result = _panel.run(this, args, guardSeconds, [this] { doOnTimeout(); }, paths);
-    if (_timedOut)
-        LinuxPanelProcess::alertTimedOut();
-    _state = LinuxPanelProcess::stateForResult(result);
-    if (_state != kStateAccepted)
-        paths.clear();
-    return paths;
+    return _panel.show(this, panelArguments(), _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
 }
 
 void LinuxOpenFileDialogImpl::doClose() {

@@ -90,6 +90,23 @@ std::string LinuxPanelProcess::programPath() {
 
 void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) { gSecondLengthMs = milliseconds; }
 
+std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<std::string>& arguments,
+                                                 int32_t timeoutSeconds, const std::string& browserName,
+                                                 const std::function<void()>& onTimeout, bool& timedOut,
+                                                 int32_t& state) {
+    const int32_t guardSeconds = timeoutSeconds != 0 && guardsBrowser(browserName) ? timeoutSeconds : 0;
+    timedOut = false;
+    state = IDialogImpl::kStateShowing;
+    std::vector<std::string> paths;
+    const int result = run(panel, arguments, guardSeconds, onTimeout, paths);
+    if (timedOut)
+        alertTimedOut();
+    state = stateForResult(result);
+    if (state != IDialogImpl::kStateAccepted)
+        paths.clear();
+    return paths;
+}
+
 int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
                            const std::function<void()>& onTimeout, std::vector<std::string>& paths) {
     paths.clear();

@@ -42,6 +42,14 @@ public:
     // `paths` receives what an accepted panel printed.
     int run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
             const std::function<void()>& onTimeout, std::vector<std::string>& paths);
+    // One show of a dialog's panel: run() with the guard when a time-out is
+    // set and the browser gets one, the alert when the guard fired, and the
+    // dialog state the run leaves in `state`. `timedOut` is cleared first
+    // and set by the dialog's own time-out handler. Answers the chosen paths
+    // of an accepted panel, else none.
+    std::vector<std::string> show(void* panel, const std::vector<std::string>& arguments, int32_t timeoutSeconds,
+                                  const std::string& browserName, const std::function<void()>& onTimeout,
+                                  bool& timedOut, int32_t& state);
     bool isShowing() const { return _subprocess && !_finished; }
     // Ends a showing panel: the program is killed and run() answers
     // kRunAborted. Nothing when no panel shows. Like everything here, for

@@ -60,20 +60,10 @@ std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxSaveFileDialogImpl::doShow() {
     cv_dbg("LinuxSaveFileDialogImpl::doShow()");
-    const std::vector<std::string> args = panelArguments();
-    const int32_t guardSeconds = _timeout != 0 && LinuxPanelProcess::guardsBrowser(_browserName) ? _timeout : 0;
-
-    _timedOut = false;
-    _state = kStateShowing;
-    std::vector<std::string> paths;
-    const int result = _panel.run(this, args, guardSeconds, [this] { doOnTimeout(); }, paths);
-    if (_timedOut)
-        LinuxPanelProcess::alertTimedOut();
-    _state = LinuxPanelProcess::stateForResult(result);
+    std::vector<std::string> paths =
+        _panel.show(this, panelArguments(), _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
     // A save panel answers one path.
-    if (_state != kStateAccepted)
-        paths.clear();
-    else if (paths.size() > 1)
+    if (paths.size() > 1)
         paths.resize(1);
     return paths;
 }
