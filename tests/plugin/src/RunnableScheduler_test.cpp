@@ -13,34 +13,19 @@
 
 #include "Callback.h"
 #include "LogCapture.h"
+#include "MainLoopPump.h"
 #include "OneShotManager.h"
 #include "Runnable.h"
 
+using CorvaneTest::drainMainContext;
 using CorvaneTest::LogCapture;
+using CorvaneTest::pumpUntil;
 using Kestrix::Web::Callback;
 using Kestrix::Web::OneShotManager;
 using Kestrix::Web::Runnable;
 using Kestrix::Web::RunnableScheduler;
 
 namespace {
-
-bool pumpUntil(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        if (!g_main_context_iteration(nullptr, FALSE)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    return true;
-}
-
-void drain() {
-    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
-    }
-}
 
 std::string pointerText(const char* fmt, const void* pointer, int number = 0) {
     char buffer[160];
@@ -104,7 +89,7 @@ class RunnableSchedulerTest : public ::testing::Test {
 protected:
     void SetUp() override { RunnableScheduler::init(); }
     void TearDown() override {
-        drain();
+        drainMainContext();
         RunnableScheduler::cleanup();
     }
 };
@@ -229,7 +214,7 @@ TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted) {
     RunnableScheduler::stopRunnables(osm.get());
     osm.reset();
     ASSERT_TRUE(pumpUntil([&] { return log.has("DBG OneShotManagerHelper::shoot() - aborting callback"); }));
-    drain();
+    drainMainContext();
     EXPECT_EQ(events, Events{"late stop"});
 }
 

@@ -14,32 +14,14 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "MainLoopPump.h"
 
+using CorvaneTest::drainMainContext;
 using CorvaneTest::LogCapture;
+using CorvaneTest::pumpUntil;
 using Kestrix::Web::OneShotManager;
 
 namespace {
-
-// Turns GLib's default main context, as the browser's main loop does, until
-// `done` holds or five seconds pass.
-bool pumpUntil(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        if (!g_main_context_iteration(nullptr, FALSE)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    return true;
-}
-
-// Runs whatever is ready, so that no test leaves sources to the next one.
-void drain() {
-    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
-    }
-}
 
 std::string format(const char* fmt, const void* pointer, int number = 0) {
     char buffer[160];
@@ -77,7 +59,7 @@ protected:
     // any worker posts to it; make it so here too (otherwise the first
     // worker would create it, and its wake-up descriptor, on its own).
     void SetUp() override { g_main_context_default(); }
-    void TearDown() override { drain(); }
+    void TearDown() override { drainMainContext(); }
 };
 
 TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder) {
@@ -95,7 +77,7 @@ TEST_F(OneShotManagerTest, CallbacksQueuedOnAWorkerRunOnTheMainThreadInOrder) {
     EXPECT_EQ(runs.size(), 0u) << "nothing runs before the main loop turns";
 
     ASSERT_TRUE(pumpUntil([&] { return runs.size() == 3; }));
-    drain();
+    drainMainContext();
     EXPECT_EQ(runs.order, (std::vector<int>{1, 2, 3}));
     for (std::thread::id id : runs.threads) {
         EXPECT_EQ(id, std::this_thread::get_id());
@@ -127,7 +109,7 @@ TEST_F(OneShotManagerTest, DestroyingWithQueuedCallbacksRunsNoneOfThem) {
     // The turns already asked for still come, find no manager, and only log.
     ASSERT_TRUE(
         pumpUntil([&] { return log.count("DBG OneShotManagerHelper::shoot() - aborting callback") == 2; }));
-    drain();
+    drainMainContext();
     EXPECT_EQ(runs.size(), 0u);
     EXPECT_EQ(log.count("DBG OneShotManager::asyncCallback()"), 0u);
 }
@@ -181,7 +163,7 @@ TEST_F(OneShotManagerTest, ManyThreadsQueueingAtOnceLoseNothingAndKeepEachThread
     for (std::thread& thread : threads) {
         thread.join();
     }
-    drain();
+    drainMainContext();
 
     ASSERT_EQ(runs.order.size(), static_cast<size_t>(kThreads * kPerThread));
     std::vector<int> next(kThreads, 0);
