@@ -4,7 +4,8 @@
 //
 // Counters: plugin_ms and base64_cli_ms per read; ratio = plugin / base64
 // (lower is better); peak_MiB is how far the process's resident peak rose
-// during one read (the raw bytes plus the data URL).
+// during one read, counting every copy up to the string the browser
+// receives (goal: at most 2.0 times the file).
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
@@ -105,14 +106,19 @@ void BM_ReadFileAsArrayBuffer50MiB(benchmark::State& state) {
         long before = residentKiB();
         resetPeak();
         auto start = std::chrono::steady_clock::now();
-        std::string url = plugin.readFileAsArrayBuffer(f.path);
+        // As the script layer reads for a page: the answer is built in one
+        // block of the browser's allocator (malloc here, as in QtWebKit).
+        Kestrix::Web::PlugIn::AllocatedText url =
+            plugin.readFileAsArrayBuffer(f.path, Kestrix::Web::PlugIn::kMallocText);
         auto end = std::chrono::steady_clock::now();
         peakRise = std::max(peakRise, peakKiB() - before);
-        if (url.rfind("data:", 0) != 0) {
-            state.SkipWithError(url.c_str());
+        if (!url.data || strncmp(url.data, "data:", 5) != 0) {
+            state.SkipWithError(url.data ? url.data : "no memory");
+            free(url.data);
             return;
         }
-        benchmark::DoNotOptimize(url.data());
+        benchmark::DoNotOptimize(url.data);
+        free(url.data);
         double seconds = std::chrono::duration<double>(end - start).count();
         state.SetIterationTime(seconds);
         pluginTotal += seconds;
