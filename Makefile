@@ -57,6 +57,9 @@ demo: deps
 
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@if [ -x build/tools/corvane-browser/corvane-browser ] && [ -x build/tools/corvane-dialog/corvane-dialog ]; then \
+	  echo "=== bench/readfile_page.sh"; bench/readfile_page.sh build; \
+	else echo "=== bench/readfile_page.sh skipped: corvane-browser or corvane-dialog is not built"; fi
 
 # For the current user: libcorvane-web.so and corvane-dialog (beside it,
 # where the plug-in looks for it) into ~/.mozilla/plugins, the folder that
