@@ -17,6 +17,9 @@
 # usage: tests/install/check-install.sh    (after make build; step 3 needs
 #        root or sudo; the runs are kept in build/install-check/)
 # Whatever happens, the package and the per-user files are removed again.
+# While the package is installed, every QtWebKit browser on the machine
+# may find it too (it scans the system folders as well as its private
+# plug-in paths): do not run other end-to-end pages at the same time.
 set -uo pipefail
 
 repo="$(cd "$(dirname "$0")/../.." && pwd)"
