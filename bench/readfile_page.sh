@@ -43,7 +43,7 @@ file='head -c 52428800 /dev/urandom > .readfile-bench.part && mv .readfile-bench
 }
 times="$(sed -n 's/^BENCH: read_ms //p' "$out/console.txt")"
 [ -n "$times" ] || die "the page printed no times"
-page="$(printf '%s\n' $times | sort -n | awk '{ t[NR] = $1 } END { printf "%.1f ms median (%.1f to %.1f, %d reads)", (NR % 2 ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2), t[1], t[NR], NR }')"
+page="$(tr ' ' '\n' <<<"$times" | sort -n | awk '{ t[NR] = $1 } END { printf "%.1f ms median (%.1f to %.1f, %d reads)", (NR % 2 ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2), t[1], t[NR], NR }')"
 
 echo "readAsArrayBuffer of a 50 MiB file:"
 peak="$(counter peak_MiB)"

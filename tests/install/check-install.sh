@@ -50,8 +50,8 @@ package_installed=0
 
 # dpkg waits for no lock of its own; others may hold it for a while.
 dpkg_remove() {
-  local i output
-  for i in $(seq 180); do
+  local output
+  for _ in $(seq 180); do
     if output="$($SUDO dpkg -r "$package" 2>&1)"; then
       echo "$output"
       return 0
@@ -129,13 +129,13 @@ usr/lib/mozilla/plugins/libcorvane-web.so
 usr/share/corvane-web/corvane-web.d.ts" "$(files_under "$stage")"
 
 step "the Debian package: make package"
-rm -f "$build"/${package}_*.deb
+rm -f "$build/${package}"_*.deb
 make -C "$repo" --no-print-directory package >"$out/make-package.txt" 2>&1 || {
   cat "$out/make-package.txt" >&2
   die "make package failed"
 }
-debs=("$build"/${package}_*.deb)
-[ ${#debs[@]} = 1 ] && [ -f "${debs[0]}" ] || die "make package made no single $package_*.deb"
+debs=("$build/${package}"_*.deb)
+if [ ${#debs[@]} != 1 ] || [ ! -f "${debs[0]}" ]; then die "make package made no single ${package}_*.deb"; fi
 deb="${debs[0]}"
 echo "check-install: $deb"
 expect_list "the package's files" "./usr/lib/mozilla/plugins/corvane-dialog
@@ -162,7 +162,9 @@ $SUDO env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=900 inst
   die "apt-get install of $deb failed"
 }
 [ "$(dpkg-query -W -f '${Version}' "$package" 2>/dev/null)" = "$version" ] || fail "dpkg does not list $package $version"
-[ -x "$plugin_dir/corvane-dialog" ] && [ -f "$plugin_dir/libcorvane-web.so" ] || fail "nothing in $plugin_dir"
+if [ ! -x "$plugin_dir/corvane-dialog" ] || [ ! -f "$plugin_dir/libcorvane-web.so" ]; then
+  fail "the plug-in and corvane-dialog are not in $plugin_dir"
+fi
 
 step "the page, with the plug-in from $plugin_dir"
 run_page system || fail "the page with the plug-in in $plugin_dir"
