@@ -57,6 +57,42 @@ demo: deps
 
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@if [ -x build/tools/corvane-browser/corvane-browser ] && [ -x build/tools/corvane-dialog/corvane-dialog ]; then \
+	  echo "=== bench/readfile_page.sh"; bench/readfile_page.sh build; \
+	else echo "=== bench/readfile_page.sh skipped: corvane-browser or corvane-dialog is not built"; fi
+
+# For the current user: libcorvane-web.so and corvane-dialog (beside it,
+# where the plug-in looks for it) into ~/.mozilla/plugins, the folder that
+# NPAPI browsers on Linux scan. make uninstall removes exactly the files
+# listed in build/install_manifest_user.txt. System wide, see README.md.
+USER_PLUGIN_PREFIX ?= $(HOME)/.mozilla
+USER_MANIFEST = build/install_manifest_user.txt
+.PHONY: install uninstall package
+install: build
+	cmake --install build --component user --prefix "$(USER_PLUGIN_PREFIX)"
+
+uninstall:
+	@if [ ! -f $(USER_MANIFEST) ]; then echo "uninstall: $(USER_MANIFEST) is missing: nothing installed from build/"; exit 0; fi; \
+	while IFS= read -r f || [ -n "$$f" ]; do \
+	  if [ -n "$$f" ] && { [ -e "$$f" ] || [ -L "$$f" ]; }; then rm -f "$$f" && echo "-- Removed: $$f"; fi; \
+	done < $(USER_MANIFEST); \
+	rm -f $(USER_MANIFEST)
+
+# The Debian package, build/corvane-web_<version>_<arch>.deb (needs dpkg-dev).
+package: build
+	cd build && cpack -G DEB
+
+# clang-format over every C, C++ and Objective-C++ file of the tree.
+CLANG_FORMAT ?= clang-format
+FORMAT_FILES = $(shell git ls-files -- '*.c' '*.cc' '*.cpp' '*.h' '*.hpp' '*.m' '*.mm' 2>/dev/null)
+.PHONY: format format-check
+format:
+	@[ -n "$(FORMAT_FILES)" ] || { echo "format: no files (not a git checkout?)" >&2; exit 1; }
+	$(CLANG_FORMAT) -i $(FORMAT_FILES)
+
+format-check:
+	@[ -n "$(FORMAT_FILES)" ] || { echo "format-check: no files (not a git checkout?)" >&2; exit 1; }
+	@$(CLANG_FORMAT) --dry-run -Werror $(FORMAT_FILES) && echo "format-check: $(words $(FORMAT_FILES)) files formatted"
 
 clean:
 	rm -rf build build-asan build-tsan

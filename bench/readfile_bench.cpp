@@ -2,9 +2,11 @@
 // read at once), against `base64 -w0` of the same file measured in the
 // same run.
 //
-// Counters: plugin_ms and base64_cli_ms per read; ratio = plugin / base64
-// (lower is better); peak_MiB is how far the process's resident peak rose
-// during one read (the raw bytes plus the data URL).
+// Counters: plugin_ms and base64_cli_ms, the median read of 9 each (a busy
+// machine's spikes count less), run in turns; ratio = plugin / base64
+// (goal: at most 1.2); peak_MiB is how far the process's resident peak rose
+// during one read, counting every copy up to the string the browser
+// receives (goal: at most 2.0 times the file).
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
@@ -15,11 +17,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "PlugIn.h"
 
@@ -96,35 +100,46 @@ double base64CliSeconds(const std::string& path) {
     return std::chrono::duration<double>(end - start).count();
 }
 
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
 void BM_ReadFileAsArrayBuffer50MiB(benchmark::State& state) {
     Fixture& f = fixture();
     Kestrix::Web::PlugIn plugin;
-    double pluginTotal = 0, cliTotal = 0;
+    std::vector<double> pluginTimes, cliTimes;
     long peakRise = 0;
     for (auto _ : state) {
         long before = residentKiB();
         resetPeak();
         auto start = std::chrono::steady_clock::now();
-        std::string url = plugin.readFileAsArrayBuffer(f.path);
+        // As the script layer reads for a page: the answer is built in one
+        // block of the browser's allocator (malloc here, as in QtWebKit).
+        Kestrix::Web::PlugIn::AllocatedText url =
+            plugin.readFileAsArrayBuffer(f.path, Kestrix::Web::PlugIn::kMallocText);
         auto end = std::chrono::steady_clock::now();
         peakRise = std::max(peakRise, peakKiB() - before);
-        if (url.rfind("data:", 0) != 0) {
-            state.SkipWithError(url.c_str());
+        if (!url.data || strncmp(url.data, "data:", 5) != 0) {
+            state.SkipWithError(url.data ? url.data : "no memory");
+            free(url.data);
             return;
         }
-        benchmark::DoNotOptimize(url.data());
+        benchmark::DoNotOptimize(url.data);
+        free(url.data);
         double seconds = std::chrono::duration<double>(end - start).count();
         state.SetIterationTime(seconds);
-        pluginTotal += seconds;
-        cliTotal += base64CliSeconds(f.path);
+        pluginTimes.push_back(seconds);
+        cliTimes.push_back(base64CliSeconds(f.path));
     }
-    double n = static_cast<double>(state.iterations());
-    state.counters["plugin_ms"] = 1000 * pluginTotal / n;
-    state.counters["base64_cli_ms"] = 1000 * cliTotal / n;
-    state.counters["ratio"] = pluginTotal / cliTotal;
+    const double pluginMedian = median(pluginTimes), cliMedian = median(cliTimes);
+    state.counters["plugin_ms"] = 1000 * pluginMedian;
+    state.counters["base64_cli_ms"] = 1000 * cliMedian;
+    state.counters["ratio"] = pluginMedian / cliMedian;
     state.counters["peak_MiB"] = static_cast<double>(peakRise) / 1024.0;
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFileSize));
 }
-BENCHMARK(BM_ReadFileAsArrayBuffer50MiB)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_ReadFileAsArrayBuffer50MiB)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(9);
 
 }  // namespace

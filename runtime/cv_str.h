@@ -28,7 +28,10 @@ int cv_str_ncat(char *dst, const char *src, size_t size);
 size_t cv_utf8_trim_trailing_partial(char *s, size_t len);
 
 /* Standard base64 with "=" padding, NUL-terminated. 22 for empty input,
- * CV_ERR_BUFFER_SPACE unless size > 4 * ceil(len / 3). */
+ * CV_ERR_BUFFER_SPACE unless size > 4 * ceil(len / 3). The input may sit
+ * inside out's buffer when it ends exactly at out + 4 * ceil(len / 3):
+ * the encoders work front to back and never overwrite a byte they have
+ * yet to read, so a file can be read into the tail of its own encoding. */
 int cv_str_buf_to_base64(const void *in, size_t len, char *out, size_t size);
 
 #ifdef __cplusplus

@@ -1,6 +1,7 @@
 #include "cvCorvaneWebPlugin.h"
 
 #include <math.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -57,6 +58,22 @@ std::string textOf(const NPVariant& variant) {
 
 void returnText(const std::string& text, NPVariant* result) {
     CW_CharPtrToNPStringVariant(text.c_str(), result);
+}
+
+// File reads build their answer straight in the browser's memory. Its
+// allocator counts in 32 bits: a larger block is refused, never cut short.
+void* browserBlock(size_t size) {
+    return size > UINT32_MAX ? nullptr : NPN_MemAlloc(static_cast<uint32_t>(size));
+}
+
+const PlugIn::TextAllocator kBrowserText = {browserBlock, NPN_MemFree};
+
+// The block is the browser's already: the page gets it as it is (an empty
+// string when even the error text found no memory).
+void returnBrowserText(const PlugIn::AllocatedText& text, NPVariant* result) {
+    result->type = NPVariantType_String;
+    result->value.stringValue.UTF8Characters = text.data;
+    result->value.stringValue.UTF8Length = text.data ? static_cast<uint32_t>(text.length) : 0;
 }
 
 // A boolean, or a string that is exactly "true" or "false": pages pass
@@ -724,7 +741,7 @@ bool cvCorvaneWebPlugin::readAsArrayBuffer(const NPVariant* args, uint32_t argCo
         cv_err("readAsArrayBuffer() - invalid arguments");
         return false;
     }
-    returnText(_core->readFileAsArrayBuffer(textOf(args[0])), result);
+    returnBrowserText(_core->readFileAsArrayBuffer(textOf(args[0]), kBrowserText), result);
     return true;
 }
 
@@ -743,7 +760,7 @@ bool cvCorvaneWebPlugin::readChunkAsArrayBuffer(const NPVariant* args, uint32_t 
         cv_err("readChunkAsArrayBuffer() - chunk size invalid");
         return false;
     }
-    returnText(_core->readFileChunkAsArrayBuffer(textOf(args[0]), offset, size), result);
+    returnBrowserText(_core->readFileChunkAsArrayBuffer(textOf(args[0]), offset, size, kBrowserText), result);
     return true;
 }
 

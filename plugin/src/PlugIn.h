@@ -76,7 +76,25 @@ public:
     bool upload(const std::vector<std::string>& sources, const std::string& destination,
                 const std::string& unusedName = "", unsigned unusedFlags = 0);
 
-    // Reading chosen files as data URLs.
+    // Reading chosen files as data URLs. The answer (the data URL or an
+    // error text) is built once, NUL-terminated, in one block from alloc:
+    // the script layer passes the browser's allocator, so the page gets
+    // the very block the file was read and encoded into. data is null when
+    // alloc failed even for the error text.
+    struct AllocatedText {
+        char* data;
+        size_t length;
+    };
+    struct TextAllocator {
+        void* (*allocate)(size_t size);
+        void (*release)(void* block);
+    };
+    // malloc and free.
+    static const TextAllocator kMallocText;
+    AllocatedText readFileAsArrayBuffer(const std::string& path, const TextAllocator& alloc);
+    AllocatedText readFileChunkAsArrayBuffer(const std::string& path, uint64_t offset, uint64_t chunkSize,
+                                             const TextAllocator& alloc);
+    // The same answers as strings.
     std::string readFileAsArrayBuffer(const std::string& path);
     std::string readFileChunkAsArrayBuffer(const std::string& path, uint64_t offset, uint64_t chunkSize);
 

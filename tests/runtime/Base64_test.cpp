@@ -59,6 +59,18 @@ std::string encodeExact(int impl, const uint8_t* data, size_t len, size_t offset
     return std::string(out.get());
 }
 
+// Encodes in place: the input sits at the end of the output's block, where
+// the last encoded character ends.
+std::string encodeInPlace(int impl, const uint8_t* data, size_t len) {
+    size_t size = encodedSize(len) + 1;
+    std::unique_ptr<char[]> block(new char[size]);
+    char* in = block.get() + encodedSize(len) - len;
+    std::copy(data, data + len, in);
+    int rc = cv_str_buf_to_base64_impl(impl, in, len, block.get(), size);
+    if (rc != 0) return "<" + std::to_string(rc) + ">";
+    return std::string(block.get());
+}
+
 std::string encode(const std::string& s, size_t size = 64) {
     std::vector<char> out(size + 1, '#');
     int rc = cv_str_buf_to_base64(s.data(), s.size(), out.data(), size);
@@ -107,6 +119,8 @@ TEST(Base64, EveryEncoderMatchesReferenceAtEveryLength) {
         for (size_t len = 1; len <= data.size(); ++len) {
             ASSERT_EQ(reference(data.data(), len), encodeExact(impl, data.data(), len))
                 << "impl " << impl << " len " << len;
+            ASSERT_EQ(reference(data.data(), len), encodeInPlace(impl, data.data(), len))
+                << "in place: impl " << impl << " len " << len;
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <random>
 #include <string>
 
 #include "ScopedEnv.h"
@@ -78,6 +79,22 @@ TEST_F(ReadFile, WholeFileBecomesADataUrlWithItsMimeType) {
     // No MIME type for a name without a known extension.
     std::string plain = approved("blob.zzq", "abcd");
     EXPECT_EQ("data:;base64," + base64("abcd"), _plugin.readFileAsArrayBuffer(plain));
+}
+
+// The bytes are read into the tail of the answer and encoded in place:
+// every byte must survive, at sizes around the encoder's steps and in a
+// file large enough for huge pages.
+TEST_F(ReadFile, EveryByteSurvivesTheInPlaceEncoding) {
+    std::string content((5 << 20) + 1, '\0');
+    std::mt19937 rng(5);
+    for (char& c : content) c = static_cast<char>(rng());
+    std::string big = approved("random.bin", content);
+    EXPECT_TRUE("data:;base64," + base64(content) == _plugin.readFileAsArrayBuffer(big));
+    for (uint64_t size : {1, 2, 3, 27, 28, 29, 51, 52, 53, 100, 4097}) {
+        EXPECT_EQ("data:;base64," + base64(content.substr(7, size)),
+                  _plugin.readFileChunkAsArrayBuffer(big, 7, size))
+            << size;
+    }
 }
 
 TEST_F(ReadFile, RefusalsComeAsDocumentsOrPlainTextAsTheyAlwaysHave) {

@@ -1,0 +1,188 @@
+#!/usr/bin/env bash
+# Installs the plug-in for real, shows a page with it in corvane-browser,
+# removes it and checks that nothing is left behind:
+#   1. per user: `make install` into a private home's ~/.mozilla/plugins,
+#      the page, `make uninstall`;
+#   2. system wide, staged: `cmake --install build --prefix /usr` with
+#      DESTDIR, and the list of what it installs;
+#   3. the Debian package: `make package`, its file list and control
+#      fields, installed with apt-get (dpkg underneath), the page with the
+#      plug-in loaded from /usr/lib/mozilla/plugins, `dpkg -r`, nothing left.
+# The browser gets no private plug-in path: QTWEBKIT_PLUGIN_PATH,
+# MOZ_PLUGIN_PATH and MOZILLA_HOME are cleared, and its home is private, so
+# the only copy it can find is the installed one. The page chooses a file in
+# the real panel (driver.sh plays the user), which only works when the
+# plug-in finds corvane-dialog beside itself.
+#
+# usage: tests/install/check-install.sh    (after make build; step 3 needs
+#        root or sudo; the runs are kept in build/install-check/)
+# Whatever happens, the package and the per-user files are removed again.
+# While the package is installed, every QtWebKit browser on the machine
+# may find it too (it scans the system folders as well as its private
+# plug-in paths): do not run other end-to-end pages at the same time.
+set -uo pipefail
+
+repo="$(cd "$(dirname "$0")/../.." && pwd)"
+build="$repo/build"
+out="$build/install-check"
+here="$repo/tests/install"
+package=corvane-web
+plugin_dir=/usr/lib/mozilla/plugins
+SUDO=""
+[ "$(id -u)" = 0 ] || SUDO=sudo
+
+failures=0
+fail() { echo "check-install: FAILED: $*" >&2; failures=$((failures + 1)); }
+die() { echo "check-install: $*" >&2; exit 2; }
+step() { echo "=== check-install: $*"; }
+
+for f in "$build/tools/corvane-browser/corvane-browser" "$build/plugin/npapi/libcorvane-web.so" \
+  "$build/tools/corvane-dialog/corvane-dialog"; do
+  [ -x "$f" ] || [ -f "$f" ] || die "$f is missing (make build)"
+done
+command -v xdotool >/dev/null || die "xdotool is missing (Debian: xdotool)"
+# The plug-in's last resort for its panel program is the search path.
+! command -v corvane-dialog >/dev/null || die "a corvane-dialog on PATH would hide where the plug-in looks"
+
+# What the cleanup has to undo.
+user_home=""
+package_installed=0
+
+# dpkg waits for no lock of its own; others may hold it for a while.
+dpkg_remove() {
+  local output
+  for _ in $(seq 180); do
+    if output="$($SUDO dpkg -r "$package" 2>&1)"; then
+      echo "$output"
+      return 0
+    fi
+    case "$output" in
+      *lock*) sleep 5 ;;
+      *) echo "$output" >&2; return 1 ;;
+    esac
+  done
+  echo "$output" >&2
+  return 1
+}
+
+cleanup() {
+  if [ "$package_installed" = 1 ]; then
+    echo "check-install: removing the package left installed" >&2
+    dpkg_remove >/dev/null || echo "check-install: could not remove $package" >&2
+  fi
+  if [ -n "$user_home" ] && [ -f "$build/install_manifest_user.txt" ]; then
+    HOME="$user_home" make -C "$repo" --no-print-directory uninstall >/dev/null 2>&1
+  fi
+}
+trap cleanup EXIT
+trap 'exit 2' INT TERM
+
+unset QTWEBKIT_PLUGIN_PATH MOZ_PLUGIN_PATH MOZILLA_HOME CORVANE_DIALOG_PROGRAM
+
+# run_page NAME [run-page.sh options...]: the page, with the driver.
+run_page() {
+  local name="$1"
+  shift
+  "$repo/tests/e2e/run-page.sh" \
+    --runner "$repo/tools/corvane-browser/run-headless.sh" \
+    --browser "$build/tools/corvane-browser/corvane-browser" \
+    --page "$here/installed.html" --expected "$here/installed.expected" \
+    --out "$out/$name" --timeout-ms 90000 \
+    --driver "exec '$repo/tests/e2e/driver.sh'" "$@"
+}
+
+# The files (not folders) under a folder, relative to it, sorted.
+files_under() { (cd "$1" && find . -type f -o -type l | sed 's|^\./||' | LC_ALL=C sort); }
+
+expect_list() {  # what, expected (one per line), actual
+  if [ "$2" != "$3" ]; then
+    fail "$1:"
+    diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | sed 's/^/  /' >&2
+  fi
+}
+
+if [ -e "$plugin_dir/libcorvane-web.so" ] || dpkg-query -W "$package" >/dev/null 2>&1; then
+  die "$package is installed already ($plugin_dir): remove it first, the check must see only its own copy"
+fi
+rm -rf "$out"
+mkdir -p "$out" || die "cannot create $out"
+
+step "per user: make install, the page, make uninstall"
+# The private home exists only once the runner made it, so make install
+# runs there, as its first background command (with HOME set to it).
+user_home="$out/user/home"
+run_page user \
+  --background "make -C '$repo' --no-print-directory install >.make-install.txt 2>&1 && touch .installed" \
+  --wait-for .installed ||
+  fail "the page with the plug-in in ~/.mozilla/plugins"
+expect_list "make install: ~/.mozilla/plugins" "corvane-dialog
+libcorvane-web.so" "$(files_under "$user_home/.mozilla/plugins")"
+HOME="$user_home" make -C "$repo" --no-print-directory uninstall || fail "make uninstall"
+expect_list "after make uninstall: ~/.mozilla/plugins" "" "$(files_under "$user_home/.mozilla/plugins")"
+user_home=""
+
+step "system wide, staged: DESTDIR=... cmake --install build --prefix /usr"
+stage="$out/stage"
+DESTDIR="$stage" cmake --install "$build" --prefix /usr >/dev/null || fail "cmake --install with DESTDIR"
+expect_list "the full install" "usr/lib/mozilla/plugins/corvane-dialog
+usr/lib/mozilla/plugins/libcorvane-web.so
+usr/share/corvane-web/corvane-web.d.ts" "$(files_under "$stage")"
+
+step "the Debian package: make package"
+rm -f "$build/${package}"_*.deb
+make -C "$repo" --no-print-directory package >"$out/make-package.txt" 2>&1 || {
+  cat "$out/make-package.txt" >&2
+  die "make package failed"
+}
+debs=("$build/${package}"_*.deb)
+if [ ${#debs[@]} != 1 ] || [ ! -f "${debs[0]}" ]; then die "make package made no single ${package}_*.deb"; fi
+deb="${debs[0]}"
+echo "check-install: $deb"
+expect_list "the package's files" "./usr/lib/mozilla/plugins/corvane-dialog
+./usr/lib/mozilla/plugins/libcorvane-web.so
+./usr/share/corvane-web/corvane-web.d.ts" "$(dpkg-deb --fsys-tarfile "$deb" | tar -t | grep -v '/$' | LC_ALL=C sort)"
+version="$(dpkg-deb -f "$deb" Version)"
+depends="$(dpkg-deb -f "$deb" Depends)"
+[ -n "$(dpkg-deb -f "$deb" Description)" ] || fail "the package has no description"
+for lib in libc6 libglib2.0-0 libyajl2 libgtk-3-0; do
+  [[ "$depends" == *"$lib"* ]] || fail "Depends lacks $lib (computed from the shared libraries): $depends"
+done
+
+# Folders that dpkg -r must take away again: those the package made.
+made=()
+for d in /usr/lib/mozilla /usr/lib/mozilla/plugins /usr/share/corvane-web; do
+  [ -e "$d" ] || made+=("$d")
+done
+
+step "install the package"
+package_installed=1
+$SUDO env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=900 install -y \
+  --no-install-recommends "$deb" >"$out/apt-install.txt" 2>&1 || {
+  cat "$out/apt-install.txt" >&2
+  die "apt-get install of $deb failed"
+}
+[ "$(dpkg-query -W -f '${Version}' "$package" 2>/dev/null)" = "$version" ] || fail "dpkg does not list $package $version"
+if [ ! -x "$plugin_dir/corvane-dialog" ] || [ ! -f "$plugin_dir/libcorvane-web.so" ]; then
+  fail "the plug-in and corvane-dialog are not in $plugin_dir"
+fi
+
+step "the page, with the plug-in from $plugin_dir"
+run_page system || fail "the page with the plug-in in $plugin_dir"
+shown="$(sed -n 's/^E2E: queryPluginVersion() -> //p' "$out/system/actual.txt" 2>/dev/null)"
+[ "$shown" = "$version" ] || fail "the package's version $version is not the plug-in's ($shown)"
+
+step "dpkg -r $package"
+dpkg_remove || fail "dpkg -r $package"
+package_installed=0
+status="$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)"
+[ -z "$status" ] || [ "$status" = not-installed ] || fail "dpkg still lists $package ($status)"
+for f in "$plugin_dir/corvane-dialog" "$plugin_dir/libcorvane-web.so" /usr/share/corvane-web/corvane-web.d.ts \
+  "${made[@]}"; do
+  [ ! -e "$f" ] || fail "left behind: $f"
+done
+
+if [ "$failures" != 0 ]; then
+  echo "check-install: $failures check(s) failed; the runs are kept in $out" >&2
+  exit 1
+fi
+echo "check-install: installs, the pages and the removals passed"
