@@ -1,0 +1,197 @@
+// Runs one end-to-end page in a real browser (headless Chromium or Firefox)
+// through the Corvane Web extension and corvane-web-host, against
+// kestrix-sim, with a private home, profile and host manifest; compares the
+// page's "E2E: " lines with the expected text.
+//
+// usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE
+//          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
+//          [--timeout-ms N]
+// The page is served from its folder by a server on 127.0.0.1 whose origin
+// is the one allowed; a second server on another port serves the same
+// folder from an origin that is not. The page gets in its query:
+// other=<the unlisted origin>, body=<length>:<sha-256 hex> of the sim's
+// /sim/body?bytes=<length> answer. A page line "E2E-ACTION: kill-host"
+// makes the runner kill the page's host processes (by their process ids,
+// children of this browser only). A page starts when the runner calls
+// window.e2eStart().
+import { spawn, spawnSync } from 'node:child_process';
+import { createHash } from 'node:crypto';
+import fs from 'node:fs';
+import http from 'node:http';
+import path from 'node:path';
+import puppeteer from 'puppeteer-core';
+
+const HOST_NAME = 'com.corvane.web_host';
+const CHROMIUM_ID = 'hgmhiidacimnllndpadclcaonnhacgla';
+const GECKO_ID = 'corvane-web@corvane.example';
+const BODY_BYTES = 5 * 1024 * 1024;
+
+const opts = { 'timeout-ms': '60000' };
+for (let i = 2; i < process.argv.length; i += 2) opts[process.argv[i].replace(/^--/, '')] = process.argv[i + 1];
+for (const need of ['browser', 'page', 'expected', 'out', 'host', 'sim', 'webext'])
+  if (!opts[need]) fail(`--${need} is missing`, 2);
+
+function fail(text, status = 1) {
+  console.error('run-webext-page: ' + text);
+  process.exit(status);
+}
+
+const out = path.resolve(opts.out);
+fs.rmSync(out, { recursive: true, force: true });
+const home = path.join(out, 'home');
+const profile = path.join(out, 'profile');
+fs.mkdirSync(home, { recursive: true });
+fs.mkdirSync(profile, { recursive: true });
+const env = { ...process.env, HOME: home };
+delete env.XDG_DATA_HOME;
+delete env.XDG_CONFIG_HOME;
+
+function serve(root) {
+  const server = http.createServer((request, response) => {
+    const name = path.normalize(decodeURIComponent(new URL(request.url, 'http://x').pathname)).replace(/^\/+/, '');
+    const file = path.join(root, name);
+    if (!file.startsWith(root) || !fs.existsSync(file) || !fs.statSync(file).isFile()) {
+      response.writeHead(404).end();
+      return;
+    }
+    const type = file.endsWith('.js') ? 'text/javascript' : 'text/html; charset=utf-8';
+    response.writeHead(200, { 'Content-Type': type }).end(fs.readFileSync(file));
+  });
+  return new Promise((resolve) => server.listen(0, '127.0.0.1', () => resolve(server)));
+}
+
+function descendants(pid) {
+  const children = new Map();
+  for (const entry of fs.readdirSync('/proc')) {
+    if (!/^\d+$/.test(entry)) continue;
+    try {
+      const stat = fs.readFileSync(`/proc/${entry}/stat`, 'utf8');
+      const ppid = Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[1]);
+      if (!children.has(ppid)) children.set(ppid, []);
+      children.get(ppid).push(Number(entry));
+    } catch (e) {}
+  }
+  const all = [];
+  const walk = (p) => (children.get(p) || []).forEach((c) => { all.push(c); walk(c); });
+  walk(pid);
+  return all;
+}
+
+function hostProcesses(browserPid) {
+  const host = fs.realpathSync(opts.host);
+  return descendants(browserPid).filter((pid) => {
+    try {
+      return fs.readlinkSync(`/proc/${pid}/exe`) === host;
+    } catch (e) {
+      return false;
+    }
+  });
+}
+
+async function main() {
+  // The simulated local client, in the private home.
+  const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet'], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  const simUrl = await new Promise((resolve, reject) => {
+    let text = '';
+    sim.stdout.on('data', (d) => {
+      text += d;
+      const m = text.match(/listening on (http:\S+)/);
+      if (m) resolve(m[1]);
+    });
+    sim.on('exit', () => reject(new Error('kestrix-sim ended')));
+  });
+  const uriFile = path.join(home, '.local/share/Corvane/Corvane Kestrix/var/run/http.uri');
+  for (let i = 0; i < 100 && !fs.existsSync(uriFile); i++) await new Promise((r) => setTimeout(r, 50));
+  const key = fs.readFileSync(uriFile, 'utf8').split('\n')[1];
+  const body = await (await fetch(`${simUrl}/sim/body?bytes=${BODY_BYTES}`, { headers: { 'Authorization-key': key } })).arrayBuffer();
+  const bodyHash = createHash('sha256').update(Buffer.from(body)).digest('hex');
+
+  const pageDir = path.dirname(path.resolve(opts.page));
+  const allowed = await serve(pageDir);
+  const other = await serve(pageDir);
+  const allowedOrigin = `http://127.0.0.1:${allowed.address().port}`;
+  const otherOrigin = `http://127.0.0.1:${other.address().port}`;
+
+  // The extension as shipped, with this run's origin as its preset.
+  const ext = path.join(out, 'extension');
+  fs.cpSync(path.resolve(opts.webext), ext, { recursive: true });
+  fs.writeFileSync(path.join(ext, 'preset-origins.json'), JSON.stringify([allowedOrigin]));
+
+  const manifest = { name: HOST_NAME, description: 'Corvane Web host', path: fs.realpathSync(opts.host), type: 'stdio' };
+  let browser;
+  if (opts.browser === 'chromium') {
+    fs.mkdirSync(path.join(profile, 'NativeMessagingHosts'), { recursive: true });
+    fs.writeFileSync(path.join(profile, 'NativeMessagingHosts', HOST_NAME + '.json'),
+      JSON.stringify({ ...manifest, allowed_origins: [`chrome-extension://${CHROMIUM_ID}/`] }));
+    browser = await puppeteer.launch({
+      executablePath: '/usr/lib/chromium/chromium',
+      headless: true,
+      pipe: true,
+      env,
+      ignoreDefaultArgs: ['--disable-extensions'],
+      args: ['--no-sandbox', `--user-data-dir=${profile}`, `--load-extension=${ext}`, `--disable-extensions-except=${ext}`],
+    });
+  } else {
+    const hosts = path.join(home, '.mozilla', 'native-messaging-hosts');
+    fs.mkdirSync(hosts, { recursive: true });
+    fs.writeFileSync(path.join(hosts, HOST_NAME + '.json'), JSON.stringify({ ...manifest, allowed_extensions: [GECKO_ID] }));
+    browser = await puppeteer.launch({ browser: 'firefox', executablePath: '/usr/bin/firefox-esr', headless: true, env, userDataDir: profile });
+    await browser.installExtension(ext);
+  }
+
+  const lines = [];
+  let verdict = null;
+  const page = await browser.newPage();
+  const browserPid = browser.process().pid;
+  page.on('console', (message) => {
+    const text = message.text();
+    if (text === 'E2E-ACTION: kill-host') {
+      for (const pid of hostProcesses(browserPid)) process.kill(pid, 'SIGKILL');
+      page.evaluate(() => window.dispatchEvent(new Event('e2e-host-killed'))).catch(() => {});
+      return;
+    }
+    lines.push(text);
+    if (text.startsWith('VERDICT: ')) verdict = text;
+  });
+  page.on('pageerror', (error) => lines.push('page error: ' + error.message));
+
+  // The content scripts are registered when the extension starts: give it a moment.
+  const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}`;
+  const target = `${allowedOrigin}/${path.basename(opts.page)}?${query}`;
+  const deadline = Date.now() + Number(opts['timeout-ms']);
+  for (let attempt = 0; ; attempt++) {
+    lines.length = 0;
+    verdict = null;
+    await page.goto(target);
+    if ((await page.evaluate(() => 'corvaneWeb' in window)) || attempt > 50) break;
+    await new Promise((r) => setTimeout(r, 100));
+  }
+  // Pages start when told (window.e2eStart), once every line will be heard.
+  await page.evaluate(() => window.e2eStart && window.e2eStart());
+  while (!verdict && Date.now() < deadline) await new Promise((r) => setTimeout(r, 50));
+  await browser.close().catch(() => {});
+  allowed.close();
+  other.close();
+  sim.kill('SIGTERM');
+
+  fs.writeFileSync(path.join(out, 'console.txt'), lines.join('\n') + '\n');
+  const actual = lines.filter((l) => l.startsWith('E2E: ')).map((l) => l + '\n').join('');
+  fs.writeFileSync(path.join(out, 'actual.txt'), actual);
+  const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
+  let failed = false;
+  if (diff.status !== 0) {
+    console.error(diff.stdout);
+    failed = true;
+  }
+  if (verdict !== 'VERDICT: PASS') {
+    console.error('run-webext-page: verdict: ' + (verdict || 'none (timed out)'));
+    failed = true;
+  }
+  if (failed) {
+    console.error('run-webext-page: everything the page printed:\n' + lines.map((l) => '  | ' + l).join('\n'));
+    process.exit(1);
+  }
+  process.exit(0);
+}
+
+main().catch((e) => fail(e.stack || String(e)));
