@@ -39,28 +39,29 @@ async function allowedOrigins() {
 }
 
 // Content scripts go only into pages of allowed origins: other pages get
-// nothing at all, not even an object that refuses. A browser that does not
-// take a port in a match pattern gets the host's pattern, and the origin
-// is then checked exactly when the page connects.
+// nothing at all, not even an object that refuses. Firefox accepts a port
+// in a match pattern but then matches nothing, so there the pattern names
+// the host alone: another port of an allowed host gets the object there,
+// but its calls are refused, since the origin is checked exactly when the
+// page connects.
+const portsInPatterns = !('getBrowserInfo' in api.runtime);
+
+function patternOf(origin) {
+  const url = new URL(origin);
+  return portsInPatterns ? origin + '/*' : url.protocol + '//' + url.hostname + '/*';
+}
+
 async function registerScripts() {
   const registered = await api.scripting.getRegisteredContentScripts();
   const ours = registered.map((script) => script.id).filter((id) => SCRIPT_IDS.includes(id));
   if (ours.length) await api.scripting.unregisterContentScripts({ ids: ours });
   const origins = await allowedOrigins();
   if (!origins.length) return;
-  const scripts = (matches) => [
+  const matches = [...new Set(origins.map(patternOf))];
+  await api.scripting.registerContentScripts([
     { id: SCRIPT_IDS[0], matches, js: ['page-api.js'], runAt: 'document_start', world: 'MAIN', allFrames: true },
     { id: SCRIPT_IDS[1], matches, js: ['relay.js'], runAt: 'document_start', allFrames: true },
-  ];
-  try {
-    await api.scripting.registerContentScripts(scripts(origins.map((origin) => origin + '/*')));
-  } catch (e) {
-    const hosts = origins.map((origin) => {
-      const url = new URL(origin);
-      return url.protocol + '//' + url.hostname + '/*';
-    });
-    await api.scripting.registerContentScripts(scripts([...new Set(hosts)]));
-  }
+  ]);
 }
 
 let registering = Promise.resolve();

@@ -7,8 +7,8 @@
 //          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
 //          [--timeout-ms N]
 // The page is served from its folder by a server on 127.0.0.1 whose origin
-// is the one allowed; a second server on another port serves the same
-// folder from an origin that is not. The page gets in its query:
+// is the one allowed; a second server on 127.0.0.2 serves the same folder
+// from an origin that is not. The page gets in its query:
 // other=<the unlisted origin>, body=<length>:<sha-256 hex> of the sim's
 // /sim/body?bytes=<length> answer. A page line "E2E-ACTION: kill-host"
 // makes the runner kill the page's host processes (by their process ids,
@@ -46,7 +46,7 @@ const env = { ...process.env, HOME: home };
 delete env.XDG_DATA_HOME;
 delete env.XDG_CONFIG_HOME;
 
-function serve(root) {
+function serve(root, address) {
   const server = http.createServer((request, response) => {
     const name = path.normalize(decodeURIComponent(new URL(request.url, 'http://x').pathname)).replace(/^\/+/, '');
     const file = path.join(root, name);
@@ -57,7 +57,7 @@ function serve(root) {
     const type = file.endsWith('.js') ? 'text/javascript' : 'text/html; charset=utf-8';
     response.writeHead(200, { 'Content-Type': type }).end(fs.readFileSync(file));
   });
-  return new Promise((resolve) => server.listen(0, '127.0.0.1', () => resolve(server)));
+  return new Promise((resolve) => server.listen(0, address, () => resolve(server)));
 }
 
 function descendants(pid) {
@@ -107,10 +107,10 @@ async function main() {
   const bodyHash = createHash('sha256').update(Buffer.from(body)).digest('hex');
 
   const pageDir = path.dirname(path.resolve(opts.page));
-  const allowed = await serve(pageDir);
-  const other = await serve(pageDir);
+  const allowed = await serve(pageDir, '127.0.0.1');
+  const other = await serve(pageDir, '127.0.0.2');
   const allowedOrigin = `http://127.0.0.1:${allowed.address().port}`;
-  const otherOrigin = `http://127.0.0.1:${other.address().port}`;
+  const otherOrigin = `http://127.0.0.2:${other.address().port}`;
 
   // The extension as shipped, with this run's origin as its preset.
   const ext = path.join(out, 'extension');
