@@ -130,9 +130,11 @@ int main(int argc, char** argv) {
                 delete input;
                 continue;
             }
-            input->end = result == kReadEnd;
+            const bool end = result == kReadEnd;
+            input->end = end;
+            // The main thread owns the input from here on.
             inbox.scheduleAsyncCallback(&deliver, input);
-            if (input->end) return;
+            if (end) return;
         }
     });
 

@@ -5,7 +5,7 @@
 //
 // usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE
 //          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
-//          [--timeout-ms N]
+//          [--timeout-ms N] [--driver DRIVER_SH]
 // The page is served from its folder by a server on 127.0.0.1 whose origin
 // is the one allowed; a second server on 127.0.0.2 serves the same folder
 // from an origin that is not. The page gets in its query:
@@ -14,8 +14,14 @@
 // makes the runner kill the page's host processes (by their process ids,
 // children of this browser only). A page starts when the runner calls
 // window.e2eStart().
+// With --driver, the browser (and so the host and its panels) gets an Xvfb
+// display of its own and tests/e2e/driver.sh plays the user beside it: a
+// page line "DRIVE: ID|COMMAND|ARG..." reaches the driver, and its answer
+// comes back as window.e2eDriven(ID, ANSWER). Such a page also gets
+// home=<the private home> and big=<length>:<sha-256 hex> of ~/e2e/big.bin,
+// a file of 50 MiB made here.
 import { spawn, spawnSync } from 'node:child_process';
-import { createHash } from 'node:crypto';
+import { createHash, randomFillSync } from 'node:crypto';
 import fs from 'node:fs';
 import http from 'node:http';
 import path from 'node:path';
@@ -25,6 +31,8 @@ const HOST_NAME = 'com.corvane.web_host';
 const CHROMIUM_ID = 'hgmhiidacimnllndpadclcaonnhacgla';
 const GECKO_ID = 'corvane-web@corvane.example';
 const BODY_BYTES = 5 * 1024 * 1024;
+const BIG_BYTES = 50 * 1024 * 1024;
+const children = [];
 
 const opts = { 'timeout-ms': '60000' };
 for (let i = 2; i < process.argv.length; i += 2) opts[process.argv[i].replace(/^--/, '')] = process.argv[i + 1];
@@ -43,6 +51,7 @@ const profile = path.join(out, 'profile');
 fs.mkdirSync(home, { recursive: true });
 fs.mkdirSync(profile, { recursive: true });
 const env = { ...process.env, HOME: home };
+const driveFile = path.join(out, 'drive.txt');
 delete env.XDG_DATA_HOME;
 delete env.XDG_CONFIG_HOME;
 
@@ -106,6 +115,28 @@ async function main() {
   const body = await (await fetch(`${simUrl}/sim/body?bytes=${BODY_BYTES}`, { headers: { 'Authorization-key': key } })).arrayBuffer();
   const bodyHash = createHash('sha256').update(Buffer.from(body)).digest('hex');
 
+  let driver = null;
+  let bigQuery = '';
+  if (opts.driver) {
+    const xvfb = spawn('Xvfb', ['-displayfd', '3', '-nolisten', 'tcp', '-screen', '0', '1280x1024x24'],
+      { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] });
+    children.push(xvfb);
+    const display = await new Promise((resolve, reject) => {
+      xvfb.stdio[3].on('data', (d) => resolve(':' + String(d).trim()));
+      xvfb.on('exit', () => reject(new Error('Xvfb ended')));
+    });
+    Object.assign(env, { DISPLAY: display, NO_AT_BRIDGE: '1', GIO_USE_VFS: 'local', TZ: 'UTC',
+      DBUS_SESSION_BUS_ADDRESS: `unix:path=${home}/.no-session-bus` });
+    const big = Buffer.alloc(BIG_BYTES);
+    for (let i = 0; i < BIG_BYTES; i += 65536) randomFillSync(big, i, Math.min(65536, BIG_BYTES - i));
+    fs.mkdirSync(path.join(home, 'e2e'), { recursive: true });
+    fs.writeFileSync(path.join(home, 'e2e', 'big.bin'), big);
+    bigQuery = `&home=${encodeURIComponent(home)}&big=${BIG_BYTES}:${createHash('sha256').update(big).digest('hex')}`;
+    fs.writeFileSync(driveFile, '');
+    driver = spawn(path.resolve(opts.driver), [], { env: { ...env, E2E_CONSOLE: driveFile }, cwd: home, detached: true,
+      stdio: ['ignore', fs.openSync(path.join(out, 'driver.txt'), 'w'), 'inherit'] });
+  }
+
   const pageDir = path.dirname(path.resolve(opts.page));
   const allowed = await serve(pageDir, '127.0.0.1');
   const other = await serve(pageDir, '127.0.0.2');
@@ -150,13 +181,26 @@ async function main() {
       page.evaluate(() => window.dispatchEvent(new Event('e2e-host-killed'))).catch(() => {});
       return;
     }
+    if (text.startsWith('DRIVE: ')) {
+      fs.appendFileSync(driveFile, text + '\n');
+      const id = text.slice(7).split('|')[0];
+      const answerFile = path.join(home, '.e2e-driver', id);
+      const poll = setInterval(() => {
+        if (!fs.existsSync(answerFile)) return;
+        const answer = fs.readFileSync(answerFile, 'utf8').trim();
+        if (!answer) return;
+        clearInterval(poll);
+        page.evaluate((i, a) => window.e2eDriven && window.e2eDriven(i, a), id, answer).catch(() => {});
+      }, 50);
+      return;
+    }
     lines.push(text);
     if (text.startsWith('VERDICT: ')) verdict = text;
   });
   page.on('pageerror', (error) => lines.push('page error: ' + error.message));
 
   // The content scripts are registered when the extension starts: give it a moment.
-  const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}`;
+  const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}${bigQuery}`;
   const target = `${allowedOrigin}/${path.basename(opts.page)}?${query}`;
   const deadline = Date.now() + Number(opts['timeout-ms']);
   for (let attempt = 0; ; attempt++) {
@@ -173,6 +217,12 @@ async function main() {
   allowed.close();
   other.close();
   sim.kill('SIGTERM');
+  if (driver) {
+    try {
+      process.kill(-driver.pid, 'SIGTERM');
+    } catch (e) {}
+  }
+  for (const child of children) child.kill('SIGTERM');
 
   fs.writeFileSync(path.join(out, 'console.txt'), lines.join('\n') + '\n');
   const actual = lines.filter((l) => l.startsWith('E2E: ')).map((l) => l + '\n').join('');
