@@ -48,12 +48,20 @@ test-tsan: build-tsan/build.ninja
 DEMO_BUILD ?= build
 DEMO_TARGETS = corvane-web corvane-browser kestrix-sim
 .PHONY: demo
+# BROWSER=chromium or BROWSER=firefox runs it through the extension and the
+# native-messaging host instead, headless (demo/run-webext-demo.sh).
+BROWSER ?=
 demo: deps
 	@[ -f $(DEMO_BUILD)/build.ninja ] || \
 	  cmake -S . -B $(DEMO_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVANE_WERROR=ON $(CMAKE_FLAGS)
+ifeq ($(BROWSER),)
 	cmake --build $(DEMO_BUILD) -j$(JOBS) --target $(DEMO_TARGETS) \
 	  $$(ninja -C $(DEMO_BUILD) -t targets all 2>/dev/null | grep -q '^corvane-dialog:' && echo corvane-dialog)
 	demo/run-demo.sh $(DEMO_BUILD)
+else
+	cmake --build $(DEMO_BUILD) -j$(JOBS) --target corvane-web-host kestrix-sim
+	demo/run-webext-demo.sh $(BROWSER) $(DEMO_BUILD)
+endif
 
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done

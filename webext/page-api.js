@@ -33,10 +33,10 @@
   // as with the plug-in.
   let transferTarget = null;
 
-  function encode(value) {
+  function encode(value, callId) {
     if (typeof value === 'function' || (value !== null && typeof value === 'object')) {
       const id = nextCallback++;
-      callbacks.set(id, value);
+      callbacks.set(id, { fn: value, callId });
       return { callback: id };
     }
     if (value === undefined || (typeof value === 'number' && !Number.isFinite(value))) return null;
@@ -46,8 +46,8 @@
   function call(method, args) {
     return new Promise((resolve, reject) => {
       const id = nextId++;
-      pending.set(id, { resolve, reject });
-      post({ [TAG]: 'call', message: { id, method, args: Array.from(args, encode) } }, origin);
+      pending.set(id, { resolve, reject, after: [] });
+      post({ [TAG]: 'call', message: { id, method, args: Array.from(args, (arg) => encode(arg, id)) } }, origin);
     });
   }
 
@@ -72,10 +72,17 @@
       pending.delete(message.id);
       if ('rejected' in message) waiting.reject(new TypeError(message.rejected));
       else waiting.resolve(message.result);
+      // After the code that awaits the call has run, as with the plug-in,
+      // whose callbacks never come before its call has returned.
+      for (const deferred of waiting.after) setTimeout(deferred);
     } else if ('callback' in message) {
-      const fn = callbacks.get(message.callback);
+      const entry = callbacks.get(message.callback);
       callbacks.delete(message.callback);
-      callPage(fn, message.text);
+      if (!entry) return;
+      const deliver = () => callPage(entry.fn, message.text);
+      const waiting = pending.get(entry.callId);
+      if (waiting) waiting.after.push(deliver);
+      else deliver();
     } else if (message.event === 'transfer') {
       callPage(transferTarget, 'transfer', message.text);
     } else if ('dropped' in message) {

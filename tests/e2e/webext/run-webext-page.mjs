@@ -5,15 +5,19 @@
 //
 // usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE
 //          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
-//          [--timeout-ms N] [--driver DRIVER_SH]
+//          [--timeout-ms N] [--driver DRIVER_SH] [--prefix TEXT] [--home-query]
+//          [--setup SHELL_COMMAND] [--sim-args "ARG ..."] [--screenshot FILE]
+// --prefix: the lines compared (default "E2E: "); without --expected they
+// are only printed and the page's verdict decides. --home-query gives the
+// page home=<the private home>; --setup runs in that home before the
+// simulator starts (with --sim-args).
 // The page is served from its folder by a server on 127.0.0.1 whose origin
 // is the one allowed; a second server on 127.0.0.2 serves the same folder
 // from an origin that is not. The page gets in its query:
 // other=<the unlisted origin>, body=<length>:<sha-256 hex> of the sim's
 // /sim/body?bytes=<length> answer. A page line "E2E-ACTION: kill-host"
 // makes the runner kill the page's host processes (by their process ids,
-// children of this browser only). A page starts when the runner calls
-// window.e2eStart().
+// children of this browser only).
 // With --driver, the browser (and so the host and its panels) gets an Xvfb
 // display of its own and tests/e2e/driver.sh plays the user beside it: a
 // page line "DRIVE: ID|COMMAND|ARG..." reaches the driver, and its answer
@@ -34,9 +38,13 @@ const BODY_BYTES = 5 * 1024 * 1024;
 const BIG_BYTES = 50 * 1024 * 1024;
 const children = [];
 
-const opts = { 'timeout-ms': '60000' };
-for (let i = 2; i < process.argv.length; i += 2) opts[process.argv[i].replace(/^--/, '')] = process.argv[i + 1];
-for (const need of ['browser', 'page', 'expected', 'out', 'host', 'sim', 'webext'])
+const opts = { 'timeout-ms': '60000', prefix: 'E2E: ' };
+const flags = new Set(['home-query']);
+for (let i = 2; i < process.argv.length; i++) {
+  const name = process.argv[i].replace(/^--/, '');
+  opts[name] = flags.has(name) ? true : process.argv[++i];
+}
+for (const need of ['browser', 'page', 'out', 'host', 'sim', 'webext'])
   if (!opts[need]) fail(`--${need} is missing`, 2);
 
 function fail(text, status = 1) {
@@ -63,7 +71,8 @@ function serve(root, address) {
       response.writeHead(404).end();
       return;
     }
-    const type = file.endsWith('.js') ? 'text/javascript' : 'text/html; charset=utf-8';
+    const types = { '.js': 'text/javascript', '.css': 'text/css', '.png': 'image/png', '.jpg': 'image/jpeg' };
+    const type = types[path.extname(file)] || 'text/html; charset=utf-8';
     response.writeHead(200, { 'Content-Type': type }).end(fs.readFileSync(file));
   });
   return new Promise((resolve) => server.listen(0, address, () => resolve(server)));
@@ -99,7 +108,9 @@ function hostProcesses(browserPid) {
 
 async function main() {
   // The simulated local client, in the private home.
-  const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet'], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  if (opts.setup) spawnSync('/bin/sh', ['-c', opts.setup], { cwd: home, env, stdio: 'inherit' });
+  const simArgs = opts['sim-args'] ? opts['sim-args'].split(' ').filter(Boolean) : [];
+  const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet', ...simArgs], { env, stdio: ['ignore', 'pipe', 'inherit'] });
   const simUrl = await new Promise((resolve, reject) => {
     let text = '';
     sim.stdout.on('data', (d) => {
@@ -131,7 +142,7 @@ async function main() {
     for (let i = 0; i < BIG_BYTES; i += 65536) randomFillSync(big, i, Math.min(65536, BIG_BYTES - i));
     fs.mkdirSync(path.join(home, 'e2e'), { recursive: true });
     fs.writeFileSync(path.join(home, 'e2e', 'big.bin'), big);
-    bigQuery = `&home=${encodeURIComponent(home)}&big=${BIG_BYTES}:${createHash('sha256').update(big).digest('hex')}`;
+    bigQuery = `&big=${BIG_BYTES}:${createHash('sha256').update(big).digest('hex')}`;
     fs.writeFileSync(driveFile, '');
     driver = spawn(path.resolve(opts.driver), [], { env: { ...env, E2E_CONSOLE: driveFile }, cwd: home, detached: true,
       stdio: ['ignore', fs.openSync(path.join(out, 'driver.txt'), 'w'), 'inherit'] });
@@ -172,13 +183,24 @@ async function main() {
 
   const lines = [];
   let verdict = null;
+
   const page = await browser.newPage();
   const browserPid = browser.process().pid;
-  page.on('console', (message) => {
-    const text = message.text();
+  // Every console line of the page, from its first script on: a preload
+  // script keeps them, and the runner collects them (console events of a
+  // page that is still loading can be missed).
+  await page.evaluateOnNewDocument(() => {
+    const kept = [];
+    Object.defineProperty(window, '__e2eLines', { value: kept });
+    const log = console.log.bind(console);
+    console.log = (...args) => {
+      kept.push(args.map(String).join(' '));
+      log(...args);
+    };
+  });
+  function heard(text) {
     if (text === 'E2E-ACTION: kill-host') {
       for (const pid of hostProcesses(browserPid)) process.kill(pid, 'SIGKILL');
-      page.evaluate(() => window.dispatchEvent(new Event('e2e-host-killed'))).catch(() => {});
       return;
     }
     if (text.startsWith('DRIVE: ')) {
@@ -195,24 +217,29 @@ async function main() {
       return;
     }
     lines.push(text);
-    if (text.startsWith('VERDICT: ')) verdict = text;
-  });
+    if (text.startsWith('VERDICT: ') && !verdict) verdict = text;
+  }
+  async function collect() {
+    const got = await page.evaluate(() => (window.__e2eLines ? window.__e2eLines.splice(0) : [])).catch(() => []);
+    got.forEach(heard);
+  }
   page.on('pageerror', (error) => lines.push('page error: ' + error.message));
 
   // The content scripts are registered when the extension starts: give it a moment.
-  const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}${bigQuery}`;
+  const homeQuery = opts.driver || opts['home-query'] ? `&home=${encodeURIComponent(home)}` : '';
+  const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}${bigQuery}${homeQuery}`;
   const target = `${allowedOrigin}/${path.basename(opts.page)}?${query}`;
   const deadline = Date.now() + Number(opts['timeout-ms']);
   for (let attempt = 0; ; attempt++) {
-    lines.length = 0;
-    verdict = null;
     await page.goto(target);
     if ((await page.evaluate(() => 'corvaneWeb' in window)) || attempt > 50) break;
     await new Promise((r) => setTimeout(r, 100));
   }
-  // Pages start when told (window.e2eStart), once every line will be heard.
-  await page.evaluate(() => window.e2eStart && window.e2eStart());
-  while (!verdict && Date.now() < deadline) await new Promise((r) => setTimeout(r, 50));
+  while (!verdict && Date.now() < deadline) {
+    await collect();
+    await new Promise((r) => setTimeout(r, 50));
+  }
+  if (opts.screenshot) await page.screenshot({ path: opts.screenshot }).catch(() => {});
   await browser.close().catch(() => {});
   allowed.close();
   other.close();
@@ -225,13 +252,17 @@ async function main() {
   for (const child of children) child.kill('SIGTERM');
 
   fs.writeFileSync(path.join(out, 'console.txt'), lines.join('\n') + '\n');
-  const actual = lines.filter((l) => l.startsWith('E2E: ')).map((l) => l + '\n').join('');
+  const actual = lines.filter((l) => l.startsWith(opts.prefix)).map((l) => l + '\n').join('');
   fs.writeFileSync(path.join(out, 'actual.txt'), actual);
-  const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
   let failed = false;
-  if (diff.status !== 0) {
-    console.error(diff.stdout);
-    failed = true;
+  if (opts.expected) {
+    const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
+    if (diff.status !== 0) {
+      console.error(diff.stdout);
+      failed = true;
+    }
+  } else {
+    process.stdout.write(actual);
   }
   if (verdict !== 'VERDICT: PASS') {
     console.error('run-webext-page: verdict: ' + (verdict || 'none (timed out)'));
