@@ -63,6 +63,15 @@ else
 	demo/run-webext-demo.sh $(BROWSER) $(DEMO_BUILD)
 endif
 
+# The extension for today's browsers, packed (build/webext/*.zip, *.xpi),
+# and its native-messaging host with the browsers' manifests for this user.
+.PHONY: webext install install-webext-host
+webext: build/build.ninja
+	cmake --build build --target webext
+install-webext-host: build
+	cmake --install build --component webext-host
+install: install-webext-host
+
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 
