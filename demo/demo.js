@@ -142,9 +142,11 @@ function isCorvaneWebError(value) {
      * @returns {Promise<unknown>}
      */
     function inTurn(steps) {
+        /** @type {Promise<unknown>} */
+        const start = Promise.resolve();
         return steps.reduce(function (previous, step) {
             return previous.then(step);
-        }, Promise.resolve());
+        }, start);
     }
 
     /** @param {string} query */
@@ -254,6 +256,7 @@ function isCorvaneWebError(value) {
             ["plugin.queryBuildVersion()", function () { return plugin.queryBuildVersion(); }],
             ["plugin.queryBrowserEngine()", function () { return plugin.queryBrowserEngine(); }],
         ];
+        /** @type {Array<() => unknown>} */
         const versions = calls.map(function (entry) {
             return function () {
                 return attempt(entry[0], entry[1]).then(function (result) {
@@ -429,8 +432,8 @@ function isCorvaneWebError(value) {
     function run() {
         // In a browser without plug-ins, the Corvane Web extension's object
         // stands in for the plug-in, with Promises for answers.
-        const extension = /** @type {{corvaneWeb?: CorvaneWeb.PluginElement}} */ (/** @type {unknown} */ (window)).corvaneWeb;
-        const plugin = extension || /** @type {CorvaneWeb.PluginElement} */ (document.getElementById("corvane"));
+        const plugin = /** @type {CorvaneWeb.PluginElement} */ (
+            /** @type {unknown} */ (window.corvaneWeb) || document.getElementById("corvane"));
         if (!plugin || typeof plugin.queryVersion !== "function") {
             problem("the plug-in did not load: nothing answers for application/x-corvane-web on this page " +
                 "(is the Corvane Web plug-in in the browser's plug-in folder, or the extension allowed on this site?)");
