@@ -106,6 +106,18 @@ api.runtime.onConnect.addListener((page) => {
     return port;
   }
 
+  // What a page may pass on: strings, numbers, booleans, null and callback
+  // tokens. The page can post to the relay directly, so nothing else (deep
+  // nesting included) reaches the host.
+  function argument(value) {
+    if (value === null || ['string', 'number', 'boolean'].includes(typeof value)) return value;
+    const keys = value && typeof value === 'object' ? Object.keys(value) : [];
+    if (keys.length === 1 && keys[0] === 'callback' && Number.isSafeInteger(value.callback)) {
+      return { callback: value.callback };
+    }
+    return null;
+  }
+
   page.onMessage.addListener(async (message) => {
     const valid =
       message && Number.isInteger(message.id) && message.id >= 0 && typeof message.method === 'string' &&
@@ -116,7 +128,8 @@ api.runtime.onConnect.addListener((page) => {
       return;
     }
     if (!native) native = connectHost();
-    native.postMessage({ id: message.id, method: message.method, args: Array.isArray(message.args) ? message.args : [] });
+    const args = Array.isArray(message.args) ? message.args.map(argument) : [];
+    native.postMessage({ id: message.id, method: message.method, args });
   });
   page.onDisconnect.addListener(() => {
     if (native) native.disconnect();

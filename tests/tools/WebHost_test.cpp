@@ -3,6 +3,7 @@
 // through the extension is covered by the browser pages (tests/e2e/webext);
 // this pins the protocol underneath: ids, origin binding, rejections,
 // chunking, callbacks, events and the end of input.
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,12 +12,14 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "Json.h"
 #include "KestrixSim.h"
 #include "NativeMessaging.h"
+#include "XvfbServer.h"
 
 using CorvaneTest::KestrixSim;
 using Kestrix::Web::Json;
@@ -30,7 +33,7 @@ std::string field(const Json& json, const char* key) {
 
 class Host {
 public:
-    explicit Host(const std::string& home) {
+    explicit Host(const std::string& home, const std::string& display = "") {
         int in[2], out[2];
         if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return;
         _pid = fork();
@@ -39,6 +42,12 @@ public:
             dup2(out[1], 1);
             setenv("HOME", home.c_str(), 1);
             unsetenv("XDG_DATA_HOME");
+            if (!display.empty()) {
+                setenv("DISPLAY", display.c_str(), 1);
+                setenv("NO_AT_BRIDGE", "1", 1);
+                setenv("GIO_USE_VFS", "local", 1);
+                setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + home + "/.no-bus").c_str(), 1);
+            }
             execl(CORVANE_WEB_HOST_PATH, CORVANE_WEB_HOST_PATH, "chrome-extension://test/", nullptr);
             _exit(127);
         }
@@ -97,6 +106,24 @@ public:
             usleep(20000);
         }
         return -1;
+    }
+    // Whether a panel program runs under the host, waiting up to `timeoutMs`.
+    bool panelShows(int timeoutMs) {
+        for (int waited = 0; waited < timeoutMs; waited += 50) {
+            DIR* proc = opendir("/proc");
+            for (dirent* entry; proc && (entry = readdir(proc));) {
+                std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
+                std::string pid, comm, state, ppid;
+                if (stat >> pid >> comm >> state >> ppid && comm == "(corvane-dialog)" &&
+                    ppid == std::to_string(_pid)) {
+                    closedir(proc);
+                    return true;
+                }
+            }
+            if (proc) closedir(proc);
+            usleep(50000);
+        }
+        return false;
     }
     size_t largestFrame = 0;
 
@@ -187,6 +214,21 @@ TEST_F(WebHost, CallbacksAndTransferEventsArePushedAndEndOfInputEndsTheHost) {
     EXPECT_EQ(event.find(R"({"event":"transfer","text":"{\"iteration_token\":)"), 0u) << event;
 
     host.closeInput();
+    EXPECT_EQ(host.waitExit(10000), 0);
+}
+
+TEST_F(WebHost, PageThatGoesWhileAPanelShowsEndsThePanelAndTheHost) {
+    if (!CorvaneTest::XvfbServer::available()) GTEST_SKIP() << "Xvfb is not installed";
+    CorvaneTest::XvfbServer xvfb;
+    ASSERT_TRUE(xvfb.start()) << xvfb.error();
+    Host host(sim.home(), xvfb.displayName());
+    host.call(1, "@bind", R"(["http://127.0.0.1"])");
+    ASSERT_EQ(host.next(), R"({"id":1,"result":"127.0.0.1"})");
+    host.call(2, "runOpenFileDialog", "[false,false]");
+    ASSERT_TRUE(host.panelShows(10000));
+    host.closeInput();
+    // The panel ends as cancelled, its call still answers, and the host stops.
+    EXPECT_EQ(host.next(), R"({"id":2,"result":""})");
     EXPECT_EQ(host.waitExit(10000), 0);
 }
 

@@ -48,6 +48,13 @@ struct Input {
     bool end;
 };
 
+// Ends the innermost panel still showing, until none is left: each one
+// runs a nested main loop, and this runs in whichever is innermost.
+gboolean abortPanels(gpointer) {
+    if (!LinuxPanelList::abort(nullptr)) return G_SOURCE_REMOVE;
+    return G_SOURCE_CONTINUE;
+}
+
 // Main thread, in the order the messages came.
 void deliver(void* data) {
     std::unique_ptr<Input> input(static_cast<Input*>(data));
@@ -55,12 +62,11 @@ void deliver(void* data) {
         if (input->host->session) input->host->session->handleMessage(input->text);
         return;
     }
-    // The page (or the browser) has gone: end any panel still showing, so
-    // that a call waiting on it returns, and then stop.
+    // The page (or the browser) has gone: stop once every panel still
+    // showing has ended, so that the calls waiting on them return first.
     cv_log("Host: the browser closed the connection");
-    while (LinuxPanelList::abort(nullptr)) {
-    }
     g_main_loop_quit(input->host->loop);
+    if (LinuxPanelList::any()) g_timeout_add(100, &abortPanels, nullptr);
 }
 
 // Chromium passes the caller's origin ("chrome-extension://ID/"); Firefox
