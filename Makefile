@@ -48,12 +48,25 @@ test-tsan: build-tsan/build.ninja
 DEMO_BUILD ?= build
 DEMO_TARGETS = corvane-web corvane-browser kestrix-sim
 .PHONY: demo
+# BROWSER=chromium or BROWSER=firefox runs it through the extension and the
+# native-messaging host instead, headless (demo/run-webext-demo.sh).
+BROWSER ?=
 demo: deps
 	@[ -f $(DEMO_BUILD)/build.ninja ] || \
 	  cmake -S . -B $(DEMO_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVANE_WERROR=ON $(CMAKE_FLAGS)
+ifeq ($(BROWSER),)
 	cmake --build $(DEMO_BUILD) -j$(JOBS) --target $(DEMO_TARGETS) \
 	  $$(ninja -C $(DEMO_BUILD) -t targets all 2>/dev/null | grep -q '^corvane-dialog:' && echo corvane-dialog)
 	demo/run-demo.sh $(DEMO_BUILD)
+else
+	cmake --build $(DEMO_BUILD) -j$(JOBS) --target corvane-web-host kestrix-sim
+	demo/run-webext-demo.sh $(BROWSER) $(DEMO_BUILD)
+endif
+
+# The extension for today's browsers, packed (build/webext/*.zip, *.xpi).
+.PHONY: webext
+webext: build/build.ninja
+	cmake --build build --target webext
 
 bench: build
 	@for b in build/bench/*_bench; do echo "=== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
@@ -63,20 +76,27 @@ bench: build
 
 # For the current user: libcorvane-web.so and corvane-dialog (beside it,
 # where the plug-in looks for it) into ~/.mozilla/plugins, the folder that
-# NPAPI browsers on Linux scan. make uninstall removes exactly the files
-# listed in build/install_manifest_user.txt. System wide, see README.md.
+# NPAPI browsers on Linux scan; and, for today's browsers, the
+# native-messaging host (with its own corvane-dialog) into
+# ~/.local/libexec/corvane-web with the Chromium and Firefox manifests
+# that name it. make uninstall removes exactly the files listed in the two
+# install manifests under build/. System wide, see README.md.
 USER_PLUGIN_PREFIX ?= $(HOME)/.mozilla
-USER_MANIFEST = build/install_manifest_user.txt
+USER_HOST_PREFIX ?= $(HOME)/.local
+USER_MANIFESTS = build/install_manifest_user.txt build/install_manifest_webext-host.txt
 .PHONY: install uninstall package
 install: build
 	cmake --install build --component user --prefix "$(USER_PLUGIN_PREFIX)"
+	cmake --install build --component webext-host --prefix "$(USER_HOST_PREFIX)"
 
 uninstall:
-	@if [ ! -f $(USER_MANIFEST) ]; then echo "uninstall: $(USER_MANIFEST) is missing: nothing installed from build/"; exit 0; fi; \
-	while IFS= read -r f || [ -n "$$f" ]; do \
-	  if [ -n "$$f" ] && { [ -e "$$f" ] || [ -L "$$f" ]; }; then rm -f "$$f" && echo "-- Removed: $$f"; fi; \
-	done < $(USER_MANIFEST); \
-	rm -f $(USER_MANIFEST)
+	@for m in $(USER_MANIFESTS); do \
+	  if [ ! -f $$m ]; then echo "uninstall: $$m is missing: nothing of it installed from build/"; continue; fi; \
+	  while IFS= read -r f || [ -n "$$f" ]; do \
+	    if [ -n "$$f" ] && { [ -e "$$f" ] || [ -L "$$f" ]; }; then rm -f "$$f" && echo "-- Removed: $$f"; fi; \
+	  done < $$m; \
+	  rm -f $$m; \
+	done
 
 # The Debian package, build/corvane-web_<version>_<arch>.deb (needs dpkg-dev).
 package: build

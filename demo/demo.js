@@ -116,20 +116,37 @@ function isCorvaneWebError(value) {
     }
 
     /**
-     * Calls the plug-in; a script error (wrong arguments, or no plug-in)
-     * becomes a problem.
+     * Calls the plug-in, or the extension's object whose answers are
+     * Promises, and gives a Promise of the outcome; a script error or a
+     * rejection (wrong arguments, or nothing there) becomes a problem.
+     * (Promise chains, not async functions: QtWebKit does not know those.)
      * @template T
      * @param {string} what
-     * @param {() => T} call
-     * @returns {{threw: true} | {threw: false, value: T}}
+     * @param {() => T | Promise<T>} call
+     * @returns {Promise<{threw: true} | {threw: false, value: T}>}
      */
     function attempt(what, call) {
-        try {
-            return { threw: false, value: call() };
-        } catch (e) {
+        return new Promise(function (resolve) {
+            resolve(call());
+        }).then(function (value) {
+            return { threw: false, value: /** @type {T} */ (value) };
+        }, function (e) {
             problem(what + " threw: " + e);
-            return { threw: true };
-        }
+            return /** @type {{threw: true}} */ ({ threw: true });
+        });
+    }
+
+    /**
+     * Runs the steps one after the other, each once the one before has ended.
+     * @param {Array<() => unknown>} steps
+     * @returns {Promise<unknown>}
+     */
+    function inTurn(steps) {
+        /** @type {Promise<unknown>} */
+        const start = Promise.resolve();
+        return steps.reduce(function (previous, step) {
+            return previous.then(step);
+        }, start);
     }
 
     /** @param {string} query */
@@ -239,90 +256,107 @@ function isCorvaneWebError(value) {
             ["plugin.queryBuildVersion()", function () { return plugin.queryBuildVersion(); }],
             ["plugin.queryBrowserEngine()", function () { return plugin.queryBrowserEngine(); }],
         ];
-        calls.forEach(function (entry) {
-            const result = attempt(entry[0], entry[1]);
-            if (result.threw) return;
-            row("versions", entry[0], result.value, "ok");
-            say(entry[0] + " = " + result.value);
-            versionsAnswered = true;
+        /** @type {Array<() => unknown>} */
+        const versions = calls.map(function (entry) {
+            return function () {
+                return attempt(entry[0], entry[1]).then(function (result) {
+                    if (result.threw) return;
+                    row("versions", entry[0], result.value, "ok");
+                    say(entry[0] + " = " + result.value);
+                    versionsAnswered = true;
+                });
+            };
         });
-
-        const answer = attempt("plugin.queryKestrixVersion()", function () { return plugin.queryKestrixVersion(); });
-        if (answer.threw) return;
-        const kestrix = answer.value;
-        const read = readResult(kestrix);
-        if (read.error !== null) {
-            row("versions", "plugin.queryKestrixVersion()", read.error, "error");
-            problem("Corvane Kestrix did not answer: " + read.error);
-            return;
-        }
-        const doc = /** @type {CorvaneWeb.KestrixVersionDocument} */ (read.value || {});
-        const shown = row("versions", "plugin.queryKestrixVersion()", doc.name + " " + doc.version, "ok");
-        shown.title = kestrix;
-        say("Corvane Kestrix answered its version");
+        return inTurn(versions.concat([function () {
+            return attempt("plugin.queryKestrixVersion()", function () { return plugin.queryKestrixVersion(); });
+        }])).then(function (answer) {
+            const outcome = /** @type {{threw: true} | {threw: false, value: string}} */ (answer);
+            if (outcome.threw) return;
+            const kestrix = outcome.value;
+            const read = readResult(kestrix);
+            if (read.error !== null) {
+                row("versions", "plugin.queryKestrixVersion()", read.error, "error");
+                problem("Corvane Kestrix did not answer: " + read.error);
+                return;
+            }
+            const doc = /** @type {CorvaneWeb.KestrixVersionDocument} */ (read.value || {});
+            const shown = row("versions", "plugin.queryKestrixVersion()", doc.name + " " + doc.version, "ok");
+            shown.title = kestrix;
+            say("Corvane Kestrix answered its version");
+        });
     }
 
     /** @param {CorvaneWeb.PluginElement} plugin */
     function startSession(plugin) {
-        attempt("plugin.name = ...", function () { plugin.name = "corvane-web-demo"; });
-        row("session", 'plugin.name = "corvane-web-demo"', "plugin.name is now " + JSON.stringify(plugin.name), "ok");
-
-        plugin.eventHandler = onEvent;
-        row("session", "plugin.eventHandler = onEvent", "set", "ok");
-
         const domain = location.hostname || "localhost";
         const call = 'plugin.initSession("corvane-web-demo", "' + domain + '")';
-        const answer = attempt(call, function () { return plugin.initSession("corvane-web-demo", domain); });
-        if (answer.threw) return;
-        const read = readResult(answer.value);
-        row("session", call, answer.value, read.error === null ? "ok" : "error");
-        if (read.error !== null) problem("the session did not start: " + read.error);
-        else say("session started: " + answer.value);
+        return attempt("plugin.name = ...", function () { plugin.name = "corvane-web-demo"; }).then(function () {
+            row("session", 'plugin.name = "corvane-web-demo"', "plugin.name is now " + JSON.stringify(plugin.name), "ok");
+            plugin.eventHandler = onEvent;
+            row("session", "plugin.eventHandler = onEvent", "set", "ok");
+            return attempt(call, function () { return plugin.initSession("corvane-web-demo", domain); });
+        }).then(function (answer) {
+            if (answer.threw) return;
+            const read = readResult(answer.value);
+            row("session", call, answer.value, read.error === null ? "ok" : "error");
+            if (read.error !== null) problem("the session did not start: " + read.error);
+            else say("session started: " + answer.value);
+        });
     }
 
     /** @param {CorvaneWeb.PluginElement} plugin */
     function forwardRequests(plugin) {
         const syncCall = 'plugin.kestrixHttpRequest("GET", "/v4/kestrix/version", "")';
-        const answer = attempt(syncCall, function () { return plugin.kestrixHttpRequest("GET", "/v4/kestrix/version", ""); });
-        if (!answer.threw) {
-            const read = readResult(answer.value);
-            row("requests", syncCall, answer.value, read.error === null ? "ok" : "error");
-            if (read.error !== null) problem("the forwarded request failed: " + read.error);
-            else say("forwarded request answered");
-        }
-
         // The plug-in checks every body first: a page may only send files the
         // user chose, so this upload of a file nobody chose is refused here.
         const refusedBody = JSON.stringify({
             transfer_specs: [{ transfer_spec: { direction: "send", paths: [{ source: "/etc/passwd" }] } }],
         });
         const refusedCall = 'plugin.kestrixHttpRequest("POST", "/transfers/", <send /etc/passwd>)';
-        const refused = attempt(refusedCall, function () { return plugin.kestrixHttpRequest("POST", "/transfers/", refusedBody); });
-        if (!refused.threw) {
-            const read = readResult(refused.value);
-            row("requests", refusedCall, read.error !== null ? "refused, as it should be: " + read.error : refused.value,
-                read.error !== null ? "ok" : "error");
-            if (read.error === null) problem("an upload of a file nobody chose was not refused");
-            else say("an upload of a file nobody chose was refused");
-        }
-
         const asyncCall = 'plugin.kestrixHttpRequestAsync("GET", "/v4/kestrix/version", "", callback)';
-        const sentAt = Date.now();
+        let sentAt = 0;
         /** @type {HTMLElement | null} */
         let cell = null;
-        const queued = attempt(asyncCall, function () {
-            return plugin.kestrixHttpRequestAsync("GET", "/v4/kestrix/version", "", function (text) {
-                const read = readResult(text);
-                const took = " (answered after " + (Date.now() - sentAt) + " ms)";
-                if (cell) setResult(cell, text + took, read.error === null ? "ok" : "error");
-                if (read.error !== null) problem("the background request failed: " + read.error);
-                else say("background request answered");
-            });
-        });
-        if (queued.threw) return;
-        cell = row("requests", asyncCall, queued.value === null ? "queued: waiting for the callback…" : queued.value,
-            queued.value === null ? "pending" : "error");
-        if (queued.value !== null) problem("the background request was refused: " + queued.value);
+        return inTurn([
+            function () {
+                return attempt(syncCall, function () { return plugin.kestrixHttpRequest("GET", "/v4/kestrix/version", ""); })
+                    .then(function (answer) {
+                        if (answer.threw) return;
+                        const read = readResult(answer.value);
+                        row("requests", syncCall, answer.value, read.error === null ? "ok" : "error");
+                        if (read.error !== null) problem("the forwarded request failed: " + read.error);
+                        else say("forwarded request answered");
+                    });
+            },
+            function () {
+                return attempt(refusedCall, function () { return plugin.kestrixHttpRequest("POST", "/transfers/", refusedBody); })
+                    .then(function (refused) {
+                        if (refused.threw) return;
+                        const read = readResult(refused.value);
+                        row("requests", refusedCall, read.error !== null ? "refused, as it should be: " + read.error : refused.value,
+                            read.error !== null ? "ok" : "error");
+                        if (read.error === null) problem("an upload of a file nobody chose was not refused");
+                        else say("an upload of a file nobody chose was refused");
+                    });
+            },
+            function () {
+                sentAt = Date.now();
+                return attempt(asyncCall, function () {
+                    return plugin.kestrixHttpRequestAsync("GET", "/v4/kestrix/version", "", function (text) {
+                        const read = readResult(text);
+                        const took = " (answered after " + (Date.now() - sentAt) + " ms)";
+                        if (cell) setResult(cell, text + took, read.error === null ? "ok" : "error");
+                        if (read.error !== null) problem("the background request failed: " + read.error);
+                        else say("background request answered");
+                    });
+                }).then(function (queued) {
+                    if (queued.threw) return;
+                    cell = row("requests", asyncCall, queued.value === null ? "queued: waiting for the callback…" : queued.value,
+                        queued.value === null ? "pending" : "error");
+                    if (queued.value !== null) problem("the background request was refused: " + queued.value);
+                });
+            },
+        ]);
     }
 
     /**
@@ -333,7 +367,7 @@ function isCorvaneWebError(value) {
         if (!home) {
             row("transfers", "copies", "skipped: open the page as index.html?home=FOLDER (make demo does)", "pending");
             say("copies skipped: no ?home= folder given");
-            return;
+            return Promise.resolve();
         }
         const remote = home + "/demo-files/remote";
 
@@ -342,11 +376,6 @@ function isCorvaneWebError(value) {
         // back from this call.
         const source = remote + "/report.txt";
         const downloadCall = 'plugin.startDownload("' + source + '")';
-        const started = attempt(downloadCall, function () { return plugin.startDownload(source); });
-        if (!started.threw) {
-            row("transfers", downloadCall, "posted (this call gives the page no answer)", "ok");
-            say("startDownload posted");
-        }
 
         // A copy through a forwarded transfer request, whose progress the
         // transfer events then show.
@@ -363,49 +392,62 @@ function isCorvaneWebError(value) {
         const copyCall = 'plugin.kestrixHttpRequestAsync("POST", "/transfers/", <receive sample.bin>, callback)';
         /** @type {HTMLElement | null} */
         let cell = null;
-        copyState = "waiting";
-        const queued = attempt(copyCall, function () {
-            return plugin.kestrixHttpRequestAsync("POST", "/transfers/", body, function (text) {
-                const read = readResult(text);
-                const doc = /** @type {{transfers?: CorvaneWeb.TransferDescription[]}} */ (read.value || {});
-                const first = Array.isArray(doc.transfers) ? doc.transfers[0] : undefined;
-                if (read.error !== null || !first || typeof first.id !== "string") {
-                    copyState = "failed";
-                    if (cell) setResult(cell, text, "error");
-                    problem("the copy was not started: " + (read.error || text));
-                    finishIfDone();
-                    return;
-                }
-                copyId = first.id;
-                if (cell) setResult(cell, "started transfer " + copyId.slice(0, 8) + " into " + home + "/Downloads", "ok");
-                say("copy started");
+        return attempt(downloadCall, function () { return plugin.startDownload(source); }).then(function (started) {
+            if (!started.threw) {
+                row("transfers", downloadCall, "posted (this call gives the page no answer)", "ok");
+                say("startDownload posted");
+            }
+            copyState = "waiting";
+            return attempt(copyCall, function () {
+                return plugin.kestrixHttpRequestAsync("POST", "/transfers/", body, function (text) {
+                    const read = readResult(text);
+                    const doc = /** @type {{transfers?: CorvaneWeb.TransferDescription[]}} */ (read.value || {});
+                    const first = Array.isArray(doc.transfers) ? doc.transfers[0] : undefined;
+                    if (read.error !== null || !first || typeof first.id !== "string") {
+                        copyState = "failed";
+                        if (cell) setResult(cell, text, "error");
+                        problem("the copy was not started: " + (read.error || text));
+                        finishIfDone();
+                        return;
+                    }
+                    copyId = first.id;
+                    if (cell) setResult(cell, "started transfer " + copyId.slice(0, 8) + " into " + home + "/Downloads", "ok");
+                    say("copy started");
+                });
             });
+        }).then(function (queued) {
+            if (queued.threw) {
+                copyState = "failed";
+                return;
+            }
+            cell = row("transfers", copyCall, queued.value === null ? "queued: waiting for the callback…" : queued.value,
+                queued.value === null ? "pending" : "error");
+            if (queued.value !== null) {
+                copyState = "failed";
+                problem("the copy was refused: " + queued.value);
+            }
         });
-        if (queued.threw) {
-            copyState = "failed";
-            return;
-        }
-        cell = row("transfers", copyCall, queued.value === null ? "queued: waiting for the callback…" : queued.value,
-            queued.value === null ? "pending" : "error");
-        if (queued.value !== null) {
-            copyState = "failed";
-            problem("the copy was refused: " + queued.value);
-        }
     }
 
     function run() {
-        const plugin = /** @type {CorvaneWeb.PluginElement} */ (document.getElementById("corvane"));
+        // In a browser without plug-ins, the Corvane Web extension's object
+        // stands in for the plug-in, with Promises for answers.
+        const plugin = /** @type {CorvaneWeb.PluginElement} */ (
+            /** @type {unknown} */ (window.corvaneWeb) || document.getElementById("corvane"));
         if (!plugin || typeof plugin.queryVersion !== "function") {
             problem("the plug-in did not load: nothing answers for application/x-corvane-web on this page " +
-                "(is the Corvane Web plug-in in the browser's plug-in folder?)");
+                "(is the Corvane Web plug-in in the browser's plug-in folder, or the extension allowed on this site?)");
             giveVerdict("The plug-in did not load");
             return;
         }
-        showVersions(plugin);
-        startSession(plugin);
-        forwardRequests(plugin);
-        startTransfers(plugin, homeFromQuery(location.search));
-        setInterval(finishIfDone, 500);
+        inTurn([
+            function () { return showVersions(plugin); },
+            function () { return startSession(plugin); },
+            function () { return startTransfers(plugin, homeFromQuery(location.search)); },
+            function () { return forwardRequests(plugin); },
+        ]).then(function () {
+            setInterval(finishIfDone, 500);
+        });
     }
 
     window.addEventListener("load", run);

@@ -1,5 +1,8 @@
 // Type declarations for web pages that use the Corvane Web plug-in.
 //
+// (Browsers without plug-ins get the same API with Promises through the
+// Corvane Web extension: see `CorvaneWeb.ExtensionObject` below.)
+//
 // A page embeds the plug-in and calls the element's scriptable object:
 //
 //     <embed id="corvane" type="application/x-corvane-web" width="200" height="60"
@@ -471,6 +474,47 @@ declare namespace CorvaneWeb {
     interface PluginObjectElement extends HTMLObjectElement, ScriptableObject {
         name: string;
     }
+
+    /** Each method of T answering a Promise of what it answers there. */
+    type Promised<T> = {
+        [K in keyof T]: T[K] extends (...args: infer A) => infer R ? (...args: A) => Promise<R> : T[K];
+    };
+
+    /**
+     * The same page API in browsers without plug-ins (Chromium, Firefox),
+     * through the Corvane Web extension and its native host: `window.corvaneWeb`,
+     * there from the page's first script on, but only on the origins the user
+     * allowed in the extension's options (a page of any other origin has no
+     * such property).
+     *
+     *     const session = JSON.parse(await window.corvaneWeb!.initSession("my-app", location.hostname));
+     *
+     * - Every method answers a Promise of the plug-in's answer, the same text
+     *   (the synchronous panels settle when the user is done). A call the
+     *   plug-in would refuse with a script error rejects with a TypeError.
+     * - Callbacks and the event handler are called as with the plug-in; a
+     *   callback never comes before its call's Promise has settled.
+     * - The session is bound to the page's real origin, as the browser
+     *   reports it: `initSession` checks a "^host" id against that host name.
+     * - If the host process ends (it is started once per page frame), calls
+     *   under way reject, the window gets a `corvanewebdisconnect` event, and
+     *   the next call starts a fresh host: with a new session, and no files
+     *   approved yet.
+     * - A drop in these browsers carries no file paths: `handleDrop` answers
+     *   an error document, and there are no drop modes, so the drop observer
+     *   and the drop events are never used.
+     */
+    interface ExtensionObject extends Promised<ScriptableObject> {}
+}
+
+interface Window {
+    /** The page API through the extension (see `CorvaneWeb.ExtensionObject`). */
+    readonly corvaneWeb?: CorvaneWeb.ExtensionObject;
+}
+
+interface WindowEventMap {
+    /** The extension's host ended; `detail` says why. */
+    corvanewebdisconnect: CustomEvent<string>;
 }
 
 /**

@@ -11,6 +11,7 @@
 
 #include "BrowserFuncs.h"
 #include "Json.h"
+#include "PageApi.h"
 #include "cvCorvaneWebPlugin.h"
 #include "cv_log.h"
 #include "cv_time.h"
@@ -48,7 +49,7 @@ struct MethodEntry {
 };
 
 // Matched in this order, first match wins.
-const MethodEntry kMethods[] = {
+constexpr MethodEntry kMethods[] = {
     {"addToDownloadList", &cvCorvaneWebPlugin::addToDownloadList},
     {"addToUploadList", &cvCorvaneWebPlugin::addToUploadList},
     {"clearDownloadList", &cvCorvaneWebPlugin::clearDownloadList},
@@ -79,6 +80,7 @@ const MethodEntry kMethods[] = {
     {"readChunkAsArrayBuffer", &cvCorvaneWebPlugin::readChunkAsArrayBuffer},
     {"startListUploadToURL", &cvCorvaneWebPlugin::startListUploadToURL},
 };
+static_assert(Kestrix::Web::namesPageMethods(kMethods), "the script object's methods are the page API's");
 
 const MethodEntry* findMethod(const char* name) {
     if (!name) return nullptr;

@@ -46,6 +46,9 @@ static const std::string kErrorFileSizeExceeded = "Exceeded maximum allowed file
 static const std::string kErrorInvalidReadChunkValue =
     "Offset and chunk size cannot be negative, and the sum can't be greater than the file size";
 static const std::string kErrorFileIOError = "Unable to open file";
+// What the native-messaging host answers handleDrop with.
+static const std::string kErrorDropUnavailable =
+    "Drops are not available in this browser: a dropped file carries no path here";
 static const std::string kMsgKestrixLaunch = "Launching Corvane Kestrix";
 
 }  // namespace Web

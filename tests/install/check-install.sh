@@ -117,8 +117,16 @@ run_page user \
   fail "the page with the plug-in in ~/.mozilla/plugins"
 expect_list "make install: ~/.mozilla/plugins" "corvane-dialog
 libcorvane-web.so" "$(files_under "$user_home/.mozilla/plugins")"
+expect_list "make install: the host for today's browsers" ".config/chromium/NativeMessagingHosts/com.corvane.web_host.json
+.local/libexec/corvane-web/corvane-dialog
+.local/libexec/corvane-web/corvane-web-host
+.mozilla/native-messaging-hosts/com.corvane.web_host.json" \
+  "$(cd "$user_home" && find .config/chromium/NativeMessagingHosts .local/libexec .mozilla/native-messaging-hosts \
+      -type f 2>/dev/null | LC_ALL=C sort)"
 HOME="$user_home" make -C "$repo" --no-print-directory uninstall || fail "make uninstall"
 expect_list "after make uninstall: ~/.mozilla/plugins" "" "$(files_under "$user_home/.mozilla/plugins")"
+expect_list "after make uninstall: the host" "" \
+  "$(cd "$user_home" && find .config/chromium .local/libexec .mozilla/native-messaging-hosts -type f 2>/dev/null)"
 user_home=""
 
 step "system wide, staged: DESTDIR=... cmake --install build --prefix /usr"

@@ -64,3 +64,19 @@ plugin.eventHandler = (eventName: "upload", text: string) => console.log(eventNa
 plugin.readChunkAsArrayBuffer("/tmp/a", "0", 1);
 // @ts-expect-error the save panel takes exactly four arguments
 plugin.runSaveFileDialogAsync("Save", "a.txt", (text: string) => console.log(text));
+
+// The same API through the extension: Promises of the same answers.
+async function throughTheExtension(): Promise<void> {
+    const web = window.corvaneWeb;
+    if (!web) return;
+    const answer: string = await web.initSession("^portal", location.hostname);
+    const engine: "Gecko" | "MSHTML" | "WebKit" | "Unknown" = await web.queryBrowserEngine();
+    const data: string = await web.readChunkAsArrayBuffer("/chosen/file", 0, 1024);
+    web.eventHandler = (eventName, text) => console.log(eventName, text);
+    window.addEventListener("corvanewebdisconnect", (event) => console.log(event.detail.length));
+    console.log(answer, engine, data);
+    // @ts-expect-error the answers are Promises, not strings
+    const notYet: string = web.queryVersion();
+    console.log(notYet);
+}
+void throughTheExtension;
