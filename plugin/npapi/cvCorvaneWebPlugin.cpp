@@ -66,6 +66,19 @@ void returnText(const std::string& text, NPVariant* result) {
     CW_CharPtrToNPStringVariant(text.c_str(), result);
 }
 
+// Whether the user chose every one of these paths in a file panel or by a
+// drop. The first that nobody chose is logged and answers false: a page
+// may upload nothing else, and one such path refuses the whole upload.
+bool allChosenByUser(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        if (path.empty() || !PlugIn::isFileAllowed(path)) {
+            cv_err("%s is not part of authorized list:\n  ", path.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
 // A boolean, or a string that is exactly "true" or "false": pages pass
 // flags either way.
 bool npvariantIsBoolean(const NPVariant& variant) {
@@ -714,7 +727,8 @@ bool cvCorvaneWebPlugin::startDownloadToPath(const NPVariant* args, uint32_t arg
 bool cvCorvaneWebPlugin::startUploadToURL(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("startUploadToURL(): argCount=%u", argCount);
     if (argCount != 2 || !isNonEmptyString(args[0]) || !isNonEmptyString(args[1])) return false;
-    _core->startUploadToURL(textOf(args[0]), textOf(args[1]));
+    const std::string path = textOf(args[0]);
+    if (allChosenByUser({path})) _core->startUploadToURL(path, textOf(args[1]));
     VOID_TO_NPVARIANT(*result);
     return true;
 }
@@ -759,7 +773,7 @@ bool cvCorvaneWebPlugin::readChunkAsArrayBuffer(const NPVariant* args, uint32_t 
 bool cvCorvaneWebPlugin::startListUploadToURL(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("startListUploadToURL(): argCount=%u", argCount);
     if (argCount != 1 || !isNonEmptyString(args[0])) return false;
-    _core->startListUploadToURL(textOf(args[0]));
+    if (allChosenByUser(_core->uploadList())) _core->startListUploadToURL(textOf(args[0]));
     VOID_TO_NPVARIANT(*result);
     return true;
 }
