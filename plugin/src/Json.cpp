@@ -108,9 +108,11 @@ bool Json::scan(const std::string& text) {
     // disagree about which texts are JSON.
     yajl_config(handle, yajl_allow_comments, 1);
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    yajl_status status = yajl_parse(handle, bytes, text.size());
-    if (status == yajl_status_ok) status = yajl_complete_parse(handle);
-    bool ok = status == yajl_status_ok;
+    // As in the tree parser, the final call's status is the one that counts
+    // (and it leaves the position its message points at): the texts of our
+    // parse errors stay the ones pages have always seen.
+    yajl_parse(handle, bytes, text.size());
+    bool ok = yajl_complete_parse(handle) == yajl_status_ok && !s.tooDeep;
     if (s.tooDeep) {
         snprintf(_errorBuffer, sizeof(_errorBuffer), "nested deeper than the limit of %d levels", kMaxDepth);
     } else if (!ok) {
