@@ -106,7 +106,6 @@ TEST(Json, DocumentsNestedDeeperThanTheLimitAreRefusedBeforeATreeExists) {
         {"arrays one deeper", nested("[", "1", "]", 1001), false},
         {"objects at the limit", nested("{\"a\":", "1", "}", 1000), true},
         {"objects one deeper", nested("{\"a\":", "1", "}", 1001), false},
-        {"mixed, one deeper", nested("[{\"a\":", "[]", "}]", 500), false},
         // 600 KB: the tree of this would take the stack when freed.
         {"nesting bomb", nested("[", "", "]", 300000), false},
         {"bomb never closed", std::string(300000, '['), false},
