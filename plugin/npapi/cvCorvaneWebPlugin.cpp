@@ -56,6 +56,13 @@ std::string textOf(const NPVariant& variant) {
     return CW_NPStringToString(NPVARIANT_TO_STRING(variant));
 }
 
+// Every byte the browser passed, a NUL included: for text the core must
+// check as the page wrote it rather than cut at the first NUL.
+std::string bytesOf(const NPVariant& variant) {
+    const NPString& text = NPVARIANT_TO_STRING(variant);
+    return text.UTF8Characters ? std::string(text.UTF8Characters, text.UTF8Length) : std::string();
+}
+
 void returnText(const std::string& text, NPVariant* result) {
     CW_CharPtrToNPStringVariant(text.c_str(), result);
 }
@@ -439,8 +446,10 @@ bool cvCorvaneWebPlugin::kestrixHttpRequest(const NPVariant* args, uint32_t argC
     cv_dbg("kestrixHttpRequest(): argCount=%u", argCount);
     if (argCount < 3 || !isString(args[0]) || !isString(args[1]) || !isString(args[2])) return false;
     HttpResponse* response = nullptr;
+    // The method and path go into the request line: the core refuses them
+    // whole when they hold anything (a NUL too) that could end it.
     std::string error =
-        _core->kestrixHttpRequest(textOf(args[0]), textOf(args[1]), textOf(args[2]), &response);
+        _core->kestrixHttpRequest(bytesOf(args[0]), bytesOf(args[1]), textOf(args[2]), &response);
     std::unique_ptr<HttpResponse> owned(response);
     if (!error.empty())
         returnText(error, result);
@@ -455,8 +464,8 @@ bool cvCorvaneWebPlugin::kestrixHttpRequestAsync(const NPVariant* args, uint32_t
     if (argCount < 4 || !isString(args[0]) || !isString(args[1]) || !isString(args[2]) ||
         !NPVARIANT_IS_OBJECT(args[3]))
         return false;
-    std::string method = textOf(args[0]);
-    std::string path = textOf(args[1]);
+    std::string method = bytesOf(args[0]);
+    std::string path = bytesOf(args[1]);
     std::string data = textOf(args[2]);
     // The core owns the callback from here on, whatever it answers.
     std::string error = _core->kestrixHttpRequestAsync(

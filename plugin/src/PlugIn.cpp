@@ -51,9 +51,36 @@ std::string normaliseApprovedPath(const std::string& path) {
     return p;
 }
 
+// "" when the page's method and path may go into a request line, else the
+// error document naming the one that may not.
+std::string requestLineError(const std::string& method, const std::string& path) {
+    if (!PlugIn::isRequestMethodValid(method)) return Json::createError(kErrorInvalidArgument + ": method");
+    if (!PlugIn::isRequestPathValid(path)) return Json::createError(kErrorInvalidArgument + ": path");
+    return "";
+}
+
 }  // namespace
 
 std::set<std::string> PlugIn::pathsSelectedByUser;
+
+bool PlugIn::isRequestMethodValid(const std::string& method) {
+    // RFC 9110 tchar, in ASCII whatever the locale.
+    static const std::string kSymbols = "!#$%&'*+-.^_`|~";
+    if (method.empty()) return false;
+    for (char c : method) {
+        bool letterOrDigit = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        if (!letterOrDigit && kSymbols.find(c) == std::string::npos) return false;
+    }
+    return true;
+}
+
+bool PlugIn::isRequestPathValid(const std::string& path) {
+    for (char c : path) {
+        unsigned char byte = static_cast<unsigned char>(c);
+        if (byte <= 0x20 || byte == 0x7F) return false;
+    }
+    return true;
+}
 
 void PlugIn::setTransfersPollIntervalMs(int intervalMs) { pollIntervalMs.store(intervalMs); }
 
@@ -155,8 +182,10 @@ std::string PlugIn::kestrixHttpRequest(const std::string& method, const std::str
     cv_dbg("kestrixHttpRequest\n  method: %s\n  path: %s\n  data: %s", method.c_str(), path.c_str(),
            data.c_str());
     *response = nullptr;
+    std::string err = requestLineError(method, path);
+    if (!err.empty()) return err;
     std::string body = data.empty() ? "{}" : data;
-    std::string err = isJsonValid(body);
+    err = isJsonValid(body);
     if (!err.empty()) return err;
     if (!KestrixApp::launch()) {
         cv_err("%s", kErrorKestrixRequest.c_str());
@@ -179,8 +208,10 @@ std::string PlugIn::kestrixHttpRequestAsync(const std::string& method, const std
            data.c_str());
     // The callback belongs to us from here on: to the request once queued.
     std::unique_ptr<Callback> ownedCallback(callback);
+    std::string err = requestLineError(method, path);
+    if (!err.empty()) return err;
     std::string body = data.empty() ? "{}" : data;
-    std::string err = isJsonValid(body);
+    err = isJsonValid(body);
     if (!err.empty()) return err;
     // No launch here: the worker makes sure the client answers before it sends.
     HttpRequest* request = Utils::createHttpRequest(method, path, body, kContentTypeJson);
@@ -288,19 +319,27 @@ yajl_val member(yajl_val object, const char* key) {
 std::string PlugIn::isJsonValid(std::string body) {
     Json json;
     if (!json.parse(body)) return Json::createError(kErrorJsonParse + ": " + json.err());
+    auto invalid = [](const std::string& key) {
+        return Json::createError(kErrorInvalidArgument + ": " + key);
+    };
+    // The tree holds C strings: a value with a NUL inside reads cut short
+    // here while the local client gets all of it. The rules cannot vouch
+    // for what they did not read, so a NUL in a value of a member they read
+    // (by name, wherever it stands) refuses the body.
+    auto cutShort = [&json](const char* key) { return json.nulInValueOf(key); };
 
     yajl_val root = json.root();
-    yajl_val settings = member(root, "corvane_kestrix_settings");
-    const char* ambiguous = duplicatedKey(root, {"corvane_kestrix_settings", "transfer_specs"});
-    if (!ambiguous) ambiguous = duplicatedKey(settings, {"app_id"});
-    if (ambiguous) return Json::createError(kErrorInvalidArgument + ": " + ambiguous);
-
     const char* appIdPath[] = {"corvane_kestrix_settings", "app_id", nullptr};
     std::string appId = json.getString(appIdPath);
+    if (cutShort("app_id")) return invalid("app_id");
     if (!appId.empty()) {
         std::string err = isAppIdValid(appId);
         if (!err.empty()) return err;
     }
+
+    const char* ambiguous = duplicatedKey(root, {"corvane_kestrix_settings", "transfer_specs"});
+    if (!ambiguous) ambiguous = duplicatedKey(member(root, "corvane_kestrix_settings"), {"app_id"});
+    if (ambiguous) return invalid(ambiguous);
 
     const char* specsPath[] = {"transfer_specs", nullptr};
     yajl_val specs = json.get(specsPath);
@@ -310,17 +349,22 @@ std::string PlugIn::isJsonValid(std::string body) {
     yajl_val spec = specs->u.array.values[0];
     yajl_val transferSpec = member(spec, "transfer_spec");
     ambiguous = duplicatedKey(spec, {"corvane_kestrix_settings", "transfer_spec"});
-    if (!ambiguous) ambiguous = duplicatedKey(member(spec, "corvane_kestrix_settings"), {"use_absolute_destination_path"});
-    if (!ambiguous) ambiguous = duplicatedKey(transferSpec, {"direction", "destination_root", "source_root", "paths"});
-    if (ambiguous) return Json::createError(kErrorInvalidArgument + ": " + ambiguous);
+    if (!ambiguous)
+        ambiguous =
+            duplicatedKey(member(spec, "corvane_kestrix_settings"), {"use_absolute_destination_path"});
+    if (!ambiguous)
+        ambiguous = duplicatedKey(transferSpec, {"direction", "destination_root", "source_root", "paths"});
+    if (ambiguous) return invalid(ambiguous);
     const char* absolutePath[] = {"corvane_kestrix_settings", "use_absolute_destination_path", nullptr};
     const char* directionPath[] = {"transfer_spec", "direction", nullptr};
     bool absolute = json.isTrue(absolutePath, spec);
     std::string direction = json.getString(directionPath, spec);
+    if (cutShort("direction")) return invalid("direction");
 
     if (absolute && direction == "receive") {
         const char* rootPath[] = {"transfer_spec", "destination_root", nullptr};
         std::string root = json.getString(rootPath, spec);
+        if (cutShort("destination_root")) return invalid("destination_root");
         if (!allowDestRoot(root))
             return Json::createError(kErrorUnauthorizedDownloadPath + ": " + PathEscaper::toJsonStr(root, false));
     }
@@ -328,6 +372,7 @@ std::string PlugIn::isJsonValid(std::string body) {
 
     const char* sourceRootPath[] = {"transfer_spec", "source_root", nullptr};
     std::string sourceRoot = json.getString(sourceRootPath, spec);
+    if (cutShort("source_root")) return invalid("source_root");
     if (sourceRoot.empty()) {
         sourceRoot = "/";
     } else {
@@ -337,7 +382,7 @@ std::string PlugIn::isJsonValid(std::string body) {
 
     const char* pathsPath[] = {"transfer_spec", "paths", nullptr};
     yajl_val paths = json.get(pathsPath, spec);
-    const std::string invalidPaths = Json::createError(kErrorInvalidArgument + ": paths");
+    const std::string invalidPaths = invalid("paths");
     if (!YAJL_IS_ARRAY(paths)) return invalidPaths;
 
     for (size_t i = 0; i < paths->u.array.len; ++i) {
@@ -349,6 +394,7 @@ std::string PlugIn::isJsonValid(std::string body) {
             if (std::string(entry->u.object.keys[m]) != "source") continue;
             yajl_val value = entry->u.object.values[m];
             if (!YAJL_IS_STRING(value)) return invalidPaths;
+            if (cutShort("source")) return invalid("source");
             std::string src = withForwardSlashes(YAJL_GET_STRING(value));
             if (!src.empty() && src[0] == '/') src.erase(0, 1);
             std::string full = sourceRoot + src;
@@ -371,9 +417,32 @@ bool PlugIn::startDownloadToPath(std::string source, std::string destination) {
 
 bool PlugIn::startListDownloadToPath(std::string destination) { return download(_downloadList, destination); }
 
-bool PlugIn::startUploadToURL(const std::string& path, const std::string& url) { return upload({path}, url); }
+namespace {
 
-bool PlugIn::startListUploadToURL(const std::string& url) { return upload(_uploadList, url); }
+// Whether the user chose every one of these paths in a file panel or by a
+// drop. The first that nobody chose is logged and answers false: a page
+// may upload nothing else, and one such path refuses the whole upload.
+// Both script layers (the plug-in's and the native host's) come through
+// here, so neither can forget it.
+bool allChosenByUser(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        if (path.empty() || !PlugIn::isFileAllowed(path)) {
+            cv_err("%s is not part of authorized list:\n  ", path.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool PlugIn::startUploadToURL(const std::string& path, const std::string& url) {
+    return allChosenByUser({path}) && upload({path}, url);
+}
+
+bool PlugIn::startListUploadToURL(const std::string& url) {
+    return allChosenByUser(_uploadList) && upload(_uploadList, url);
+}
 
 bool PlugIn::uploadDroppedFiles(const std::vector<std::string>& paths) { return upload(paths, _dropUploadUrl); }
 

@@ -43,6 +43,11 @@ public:
                                    HttpResponse** response);
     std::string kestrixHttpRequestAsync(const std::string& method, const std::string& path,
                                         const std::string& data, Callback* callback);
+    // What a page may put into a request line: the method must be an HTTP
+    // token, the path may hold no space and no control byte (NUL included),
+    // so that nothing a page passes ends the line or adds one.
+    static bool isRequestMethodValid(const std::string& method);
+    static bool isRequestPathValid(const std::string& path);
     std::string queryBuildVersion() const;
     std::string queryPluginVersion() const;
     std::string queryVersion() const;

@@ -81,8 +81,43 @@ TEST(Json, ParsingAgainReplacesTheTreeAndAFailureLeavesNone) {
 TEST(Json, ParseRejectsTrailingGarbageAndEmptyText) {
     Json json;
     EXPECT_FALSE(json.parse("{} x"));
+    EXPECT_FALSE(json.parse(std::string("{}\0x", 4)));  // a NUL does not end the text
     EXPECT_FALSE(json.parse(""));
     EXPECT_TRUE(json.parse("{}"));
+}
+
+std::string nested(const std::string& open, const std::string& inner, const std::string& close,
+                   size_t depth) {
+    std::string text;
+    for (size_t i = 0; i < depth; ++i) text += open;
+    text += inner;
+    for (size_t i = 0; i < depth; ++i) text += close;
+    return text;
+}
+
+TEST(Json, DocumentsNestedDeeperThanTheLimitAreRefusedBeforeATreeExists) {
+    const std::string limit = "nested deeper than the limit of 1000 levels";
+    struct Case {
+        const char* name;
+        std::string text;
+        bool parses;
+    } cases[] = {
+        {"arrays at the limit", nested("[", "1", "]", 1000), true},
+        {"arrays one deeper", nested("[", "1", "]", 1001), false},
+        {"objects at the limit", nested("{\"a\":", "1", "}", 1000), true},
+        {"objects one deeper", nested("{\"a\":", "1", "}", 1001), false},
+        // 600 KB: the tree of this would take the stack when freed.
+        {"nesting bomb", nested("[", "", "]", 300000), false},
+        {"bomb never closed", std::string(300000, '['), false},
+    };
+    for (const Case& c : cases) {
+        Json json;
+        EXPECT_EQ(c.parses, json.parse(c.text)) << c.name;
+        if (!c.parses) {
+            EXPECT_EQ(limit, json.err()) << c.name;
+            EXPECT_EQ(nullptr, json.root()) << c.name;
+        }
+    }
 }
 
 TEST(Json, CreateErrorInsertsTheMessageAsItStands) {

@@ -143,6 +143,73 @@ TEST(JsonValidation, ReceiveIsCheckedOnlyWithAnAbsoluteDestination) {
     EXPECT_EQ("/Users/a/Downloads", plugin.lastSelectedPath());
 }
 
+TEST(JsonValidation, RefusalsComeInTheOrderOfTheRules) {
+    PlugIn plugin;
+    plugin.setPageHostname("portal");
+    PlugIn::addToApprovedFileList({"/home/u/a.txt"});
+    const std::string badHost = error("Invalid application ID hostname: portal");
+    struct Case {
+        const char* name;
+        std::string body;
+        std::string result;
+    } cases[] = {
+        // The host binding comes before the duplicate-key refusal.
+        {"foreign app id, duplicated transfer_specs",
+         "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"},\"transfer_specs\":[],\"transfer_specs\":[]}",
+         badHost},
+        {"foreign app id first of two",
+         "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\",\"app_id\":\"x\"}}", badHost},
+        // A NUL in a value that a rule reads: the rule would see less than
+        // the local client gets.
+        {"NUL in app_id", "{\"corvane_kestrix_settings\":{\"app_id\":\"^portal\\u0000.evil\"}}",
+         error("Invalid argument: app_id")},
+        {"NUL in direction",
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\\u0000\",\"paths\":[{\"source\":\"/"
+         "home/u/a.txt\"}]}}]}",
+         error("Invalid argument: direction")},
+        {"NUL in source", sendBody("/home/u", "[{\"source\":\"a.txt\\u0000/../../../etc/passwd\"}]"),
+         error("Invalid argument: source")},
+        {"NUL in source_root", sendBody("/home/u\\u0000/../../etc", "[{\"source\":\"a.txt\"}]"),
+         error("Invalid argument: source_root")},
+        {"NUL in destination_root", receiveBody("/home/u/dl\\u0000/../../etc"),
+         error("Invalid argument: destination_root")},
+        // NULs in what no rule reads pass as before.
+        {"NUL in a destination name",
+         sendBody("/home/u", "[{\"source\":\"a.txt\",\"destination\":\"b\\u0000c\"}]"), ""},
+    };
+    plugin.setLastSelectedPath("/home/u/dl");
+    for (const Case& c : cases) EXPECT_EQ(c.result, plugin.isJsonValid(c.body)) << c.name;
+}
+
+TEST(RequestLine, MethodsAreTokensAndPathsHoldNoSpaceOrControlByte) {
+    struct Case {
+        std::string text;
+        bool method, path;
+    } cases[] = {
+        {"GET", true, true},
+        {"patch", true, true},
+        {"M-SEARCH", true, true},
+        {"!#$%&'*+-.^_`|~09az", true, true},
+        {"", false, true},
+        {"GET /x HTTP/1.1\r\nX-A: b\r\n\r\nPOST", false, false},
+        {"GET ", false, false},
+        {"G\tET", false, false},
+        {std::string("GET\0", 4), false, false},
+        {"G\x7F", false, false},
+        {"G\xC3\xA9T", false, true},  // UTF-8 in a path is fine, not in a method
+        {"/v4/kestrix/version", false, true},
+        {"/n%C3%A4me?q=a%20b&r=/x", false, true},
+        {"(x)", false, true},
+        {"/a\rb", false, false},
+        {"/a\nb", false, false},
+        {std::string("/v4/kestrix/version\0/transfers/", 31), false, false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.method, PlugIn::isRequestMethodValid(c.text)) << c.text;
+        EXPECT_EQ(c.path, PlugIn::isRequestPathValid(c.text)) << c.text;
+    }
+}
+
 TEST(JsonValidation, OnlyTheFirstTransferSpecIsChecked) {
     PlugIn plugin;
     PlugIn::addToApprovedFileList({"/ok/first.txt"});

@@ -70,8 +70,7 @@ std::vector<HostileBody> hostileBodies() {
         {"fullwidth solidus", send(source("/home/u/chosen\\uff0fa.txt")), false, nullptr},
         {"percent-encoded slash", send(source("/home/u/chosen%2fa.txt")), false, nullptr},
         {"file URL", send(source("file:///home/u/chosen/a.txt")), false, nullptr},
-        {"NUL after the chosen file", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")), true,
-         "the check sees the path up to the NUL, which is all that any file system call sees too"},
+        {"NUL after the chosen file", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")), false, nullptr},
         // Source roots
         {"root plus chosen name", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\","), true, nullptr},
         {"root with slash plus leading slash", send(source("/a.txt"), "\"source_root\":\"/home/u/chosen/\","), true,
@@ -181,7 +180,7 @@ TEST_F(HostileBodies, NoneIsAcceptedUnlessTheRulesAcceptIt) {
         }
         if (c.letThrough) ++letThrough;
     }
-    EXPECT_EQ(14, letThrough);
+    EXPECT_EQ(13, letThrough);
 }
 
 class HostileReads : public ::testing::Test {

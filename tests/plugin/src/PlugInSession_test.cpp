@@ -313,6 +313,11 @@ TEST_F(Session, UploadsSendFileUrlsAndListsStayUntilCleared) {
     plugin.setLastSelectedPath("/somewhere");
     plugin.addToUploadList("C:\\up\\one.txt");
     plugin.addToUploadList("/up/two.txt");
+    // One path nobody chose refuses the whole list, and nothing is sent.
+    PlugIn::addToApprovedFileList({"C:/up/one.txt"});
+    EXPECT_FALSE(plugin.startListUploadToURL("https://server.test/in"));
+    EXPECT_TRUE(requests().empty());
+    PlugIn::addToApprovedFileList({"/up/two.txt"});
     EXPECT_TRUE(plugin.startListUploadToURL("https://server.test/in"));
     EXPECT_EQ("", plugin.lastSelectedPath());  // every upload clears it
     EXPECT_EQ(2u, plugin.uploadList().size());
