@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "IDialogImpl.h"
 #include "LinuxPanelList.h"
 #include "cv_log.h"
@@ -49,6 +51,24 @@ std::vector<std::string> splitPaths(GBytes* output) {
     return paths;
 }
 
+// The program's standard error as one line for the log: cut to a sane
+// length, control characters (line breaks included) as spaces, without
+// leading or trailing blanks.
+std::string messageText(GBytes* messages) {
+    if (!messages) return std::string();
+    gsize size = 0;
+    const char* data = static_cast<const char*>(g_bytes_get_data(messages, &size));
+    const gsize kMaxMessageBytes = 1000;
+    std::string text(data ? data : "", data ? std::min(size, kMaxMessageBytes) : 0);
+    for (char& c : text) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) c = ' ';
+    }
+    const std::string::size_type first = text.find_first_not_of(' ');
+    if (first == std::string::npos) return std::string();
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
 }  // namespace
 
 LinuxPanelProcess::LinuxPanelProcess()
@@ -57,6 +77,7 @@ LinuxPanelProcess::LinuxPanelProcess()
       _finished(false),
       _aborted(false),
       _output(nullptr),
+      _messages(nullptr),
       _error(nullptr),
       _guardSource(0) {}
 
@@ -118,7 +139,10 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     argv.push_back(nullptr);
 
     GError* error = nullptr;
-    GSubprocess* subprocess = g_subprocess_newv(argv.data(), G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error);
+    GSubprocess* subprocess = g_subprocess_newv(
+        argv.data(),
+        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE),
+        &error);
     if (!subprocess) {
         cv_err("Unable to start the dialog program %s: %s", program.c_str(), error ? error->message : "");
         g_clear_error(&error);
@@ -157,6 +181,10 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
         g_bytes_unref(_output);
         _output = nullptr;
     }
+    if (_messages) {
+        g_bytes_unref(_messages);
+        _messages = nullptr;
+    }
     g_clear_error(&_error);
     _onTimeout = nullptr;
     return result;
@@ -169,6 +197,9 @@ int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
         cv_err("Dialog program failed: %s", _error->message);
         return kRunFailed;
     }
+    // What the program said about its failure, if anything.
+    const std::string said = messageText(_messages);
+    const std::string because = said.empty() ? std::string() : ": " + said;
     if (g_subprocess_get_if_exited(_subprocess)) {
         const int status = g_subprocess_get_exit_status(_subprocess);
         if (status == kExitAccepted) {
@@ -177,18 +208,19 @@ int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
         }
         if (status == kExitCancelled)
             return kRunCancelled;
-        cv_err("Dialog program failed: exit status %d", status);
+        cv_err("Dialog program failed: exit status %d%s", status, because.c_str());
     } else if (g_subprocess_get_if_signaled(_subprocess)) {
-        cv_err("Dialog program failed: signal %d", g_subprocess_get_term_sig(_subprocess));
+        cv_err("Dialog program failed: signal %d%s", g_subprocess_get_term_sig(_subprocess), because.c_str());
     } else {
-        cv_err("Dialog program failed");
+        cv_err("Dialog program failed%s", because.c_str());
     }
     return kRunFailed;
 }
 
 void LinuxPanelProcess::onCommunicated(GObject* source, GAsyncResult* res, gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
-    g_subprocess_communicate_finish(G_SUBPROCESS(source), res, &process->_output, nullptr, &process->_error);
+    g_subprocess_communicate_finish(G_SUBPROCESS(source), res, &process->_output, &process->_messages,
+                                    &process->_error);
     process->_finished = true;
     g_main_loop_quit(process->_loop);
 }

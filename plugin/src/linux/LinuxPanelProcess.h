@@ -81,6 +81,7 @@ private:
     bool _finished;
     std::atomic<bool> _aborted;
     GBytes* _output;
+    GBytes* _messages;  // what the program wrote to its standard error
     GError* _error;
     guint _guardSource;
     std::function<void()> _onTimeout;
