@@ -13,7 +13,17 @@ namespace {
 struct ShowingPanel {
     void* panel;
     std::function<void()> abort;
+    GMainContext* context;  // referenced while listed; null for the default
 };
+
+gboolean runAction(gpointer data) {
+    (*static_cast<std::function<void()>*>(data))();
+    return G_SOURCE_REMOVE;
+}
+
+void deleteAction(gpointer data) {
+    delete static_cast<std::function<void()>*>(data);
+}
 
 std::mutex& listMutex() {
     static std::mutex m;
@@ -28,17 +38,24 @@ std::vector<ShowingPanel>& panels() {
 
 }  // namespace
 
-void LinuxPanelList::add(void* panel, std::function<void()> abort) {
+void LinuxPanelList::add(void* panel, std::function<void()> abort, GMainContext* context) {
     std::lock_guard<std::mutex> lock(listMutex());
-    panels().push_back({panel, std::move(abort)});
+    panels().push_back({panel, std::move(abort), context ? g_main_context_ref(context) : nullptr});
 }
 
 void LinuxPanelList::remove(void* panel) {
-    std::lock_guard<std::mutex> lock(listMutex());
-    auto& list = panels();
-    list.erase(std::remove_if(list.begin(), list.end(),
-                              [panel](const ShowingPanel& p) { return p.panel == panel; }),
-               list.end());
+    std::vector<GMainContext*> contexts;
+    {
+        std::lock_guard<std::mutex> lock(listMutex());
+        auto& list = panels();
+        auto gone = std::stable_partition(list.begin(), list.end(),
+                                          [panel](const ShowingPanel& p) { return p.panel != panel; });
+        for (auto it = gone; it != list.end(); ++it) {
+            if (it->context) contexts.push_back(it->context);
+        }
+        list.erase(gone, list.end());
+    }
+    for (GMainContext* context : contexts) g_main_context_unref(context);
 }
 
 bool LinuxPanelList::contains(void* panel) {
@@ -74,6 +91,29 @@ bool LinuxPanelList::abort(void* panel) {
     // The abort may take the panel off the list, so it runs unlocked.
     if (abortFn)
         abortFn();
+    return true;
+}
+
+bool LinuxPanelList::invoke(void* panel, std::function<void()> action) {
+    GMainContext* context = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(listMutex());
+        const auto& list = panels();
+        auto it = panel ? std::find_if(list.begin(), list.end(),
+                                       [panel](const ShowingPanel& p) { return p.panel == panel; })
+                        : (list.empty() ? list.end() : list.end() - 1);
+        if (it == list.end()) return false;
+        context =
+            it->context ? g_main_context_ref(it->context) : g_main_context_ref(g_main_context_default());
+    }
+    // Always queued, never run in place: the caller may hold locks of its
+    // own, or be on another thread.
+    GSource* source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    g_source_set_callback(source, &runAction, new std::function<void()>(std::move(action)), &deleteAction);
+    g_source_attach(source, context);
+    g_source_unref(source);
+    g_main_context_unref(context);
     return true;
 }
 

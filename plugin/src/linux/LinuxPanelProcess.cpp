@@ -79,7 +79,7 @@ LinuxPanelProcess::LinuxPanelProcess()
       _output(nullptr),
       _messages(nullptr),
       _error(nullptr),
-      _guardSource(0) {}
+      _guardSource(nullptr) {}
 
 // run() leaves nothing behind when it returns, and a panel is never
 // destroyed while its run is on the stack.
@@ -112,14 +112,15 @@ std::string LinuxPanelProcess::programPath() {
 void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) { gSecondLengthMs = milliseconds; }
 
 std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<std::string>& arguments,
-                                                 int32_t timeoutSeconds, const std::string& browserName,
+                                                 bool modal, int32_t timeoutSeconds,
+                                                 const std::string& browserName,
                                                  const std::function<void()>& onTimeout, bool& timedOut,
                                                  int32_t& state) {
     const int32_t guardSeconds = timeoutSeconds != 0 && guardsBrowser(browserName) ? timeoutSeconds : 0;
     timedOut = false;
     state = IDialogImpl::kStateShowing;
     std::vector<std::string> paths;
-    const int result = run(panel, arguments, guardSeconds, onTimeout, paths);
+    const int result = run(panel, arguments, modal, guardSeconds, onTimeout, paths);
     if (timedOut)
         alertTimedOut();
     state = stateForResult(result);
@@ -128,8 +129,9 @@ std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<
     return paths;
 }
 
-int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
-                           const std::function<void()>& onTimeout, std::vector<std::string>& paths) {
+int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, bool modal,
+                           int32_t guardSeconds, const std::function<void()>& onTimeout,
+                           std::vector<std::string>& paths) {
     paths.clear();
     const std::string program = programPath();
     std::vector<const char*> argv;
@@ -137,6 +139,12 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     for (const std::string& argument : arguments)
         argv.push_back(argument.c_str());
     argv.push_back(nullptr);
+
+    // A modal panel's sources (the program's exit and output, the guard)
+    // live on a context of their own. It is the thread's default for the
+    // wait, so that GIO attaches what it adds for the program there too.
+    GMainContext* context = modal ? g_main_context_new() : nullptr;
+    if (context) g_main_context_push_thread_default(context);
 
     GError* error = nullptr;
     GSubprocess* subprocess = g_subprocess_newv(
@@ -146,30 +154,37 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     if (!subprocess) {
         cv_err("Unable to start the dialog program %s: %s", program.c_str(), error ? error->message : "");
         g_clear_error(&error);
+        if (context) {
+            g_main_context_pop_thread_default(context);
+            g_main_context_unref(context);
+        }
         return kRunFailed;
     }
 
     _subprocess = subprocess;
     _finished = false;
     _aborted = false;
-    _loop = g_main_loop_new(nullptr, FALSE);
+    _loop = g_main_loop_new(context, FALSE);
     _onTimeout = onTimeout;
-    // Everything below runs in the default context's nested loop, on this
-    // (the browser's main) thread.
+    // Everything below runs in the nested loop, on this (the browser's
+    // main) thread.
     g_subprocess_communicate_async(_subprocess, nullptr, nullptr, &LinuxPanelProcess::onCommunicated, this);
     if (guardSeconds > 0) {
-        const guint interval = static_cast<guint>(guardSeconds) * gSecondLengthMs.load();
-        _guardSource = g_timeout_add_full(G_PRIORITY_DEFAULT, interval, &LinuxPanelProcess::onGuard, this, nullptr);
+        _guardSource = g_timeout_source_new(static_cast<guint>(guardSeconds) * gSecondLengthMs.load());
+        g_source_set_callback(_guardSource, &LinuxPanelProcess::onGuard, this, nullptr);
+        g_source_attach(_guardSource, context);
     }
-    LinuxPanelList::add(panel, [this] { abort(); });
+    LinuxPanelList::add(
+        panel, [this] { abort(); }, context);
 
     if (!_finished)
         g_main_loop_run(_loop);
 
     LinuxPanelList::remove(panel);
     if (_guardSource) {
-        g_source_remove(_guardSource);
-        _guardSource = 0;
+        g_source_destroy(_guardSource);
+        g_source_unref(_guardSource);
+        _guardSource = nullptr;
     }
     const int result = resultOfRun(paths);
 
@@ -187,6 +202,10 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     }
     g_clear_error(&_error);
     _onTimeout = nullptr;
+    if (context) {
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    }
     return result;
 }
 
@@ -227,7 +246,6 @@ void LinuxPanelProcess::onCommunicated(GObject* source, GAsyncResult* res, gpoin
 
 gboolean LinuxPanelProcess::onGuard(gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
-    process->_guardSource = 0;
     if (process->_onTimeout)
         process->_onTimeout();
     return G_SOURCE_REMOVE;

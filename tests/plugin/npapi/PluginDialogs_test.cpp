@@ -321,17 +321,15 @@ TEST_F(PluginDialogsTest, DestroyingTheInstanceClosesItsPanelWithoutCallingThePa
     EXPECT_EQ(0u, _log.countPrefix("DBG DialogCallback::handleCallback()"));
 }
 
-// A synchronous panel runs the main loop inside the page's call; if the
+// A synchronous panel runs its own loop inside the page's call; if the
 // instance goes meanwhile, the call ends without touching it.
 TEST_F(PluginDialogsTest, AnInstanceDestroyedDuringASynchronousPanelIsNotTouchedAfterwards) {
     FakeBrowser& host = browser();
     NPObject* object = newScriptable();
     useProgram("exec sleep 30\n");
-    MainLoopPoller closer(20, [&] {
-        if (!Kestrix::Web::Utils::isSaveDialogOpen(nullptr)) return false;
+    WhilePanelShows closer([&] {
         host.destroyInstance(_npp);
         Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
-        return true;
     });
     PanelWatchdog watchdog(10000);
     FakeValue result;

@@ -403,13 +403,13 @@ TEST_F(DialogsOnDisplay, TheGuardClosesThePanelAndAlerts) {
     // 43 "seconds" of 60 ms: time enough for the panel to come up.
     LinuxPanelProcess::setSecondLengthForTesting(60);
     PanelWatchdog watchdog(kWatchdogMs);
-    bool panelShowed = false;
-    MainLoopPoller seen(100, [&] { return panelShowed = !findWindow(t).empty(); });
+    // A synchronous panel's loop runs nothing else: watched from a thread.
+    User seen([&] { return !waitForWindow(t).empty(); });
 
     OpenFolderDialog dialog(nullptr, t, false, false);
     dialog.init("safari");
     EXPECT_TRUE(dialog.show().empty());
-    EXPECT_TRUE(panelShowed);
+    EXPECT_TRUE(seen.succeeded());
     EXPECT_FALSE(watchdog.bit());
     EXPECT_EQ(0u, dialog.result());
     EXPECT_EQ("[]", dialog.resultStr());

@@ -1,16 +1,23 @@
 // Helpers for the panel tests: a watchdog that ends any panel left showing,
-// main-loop timers that act while a panel shows, and stand-in dialog
-// programs written as shell scripts.
+// main-loop timers and actions inside a panel's own loop that act while a
+// panel shows, and stand-in dialog programs written as shell scripts.
 #pragma once
 
 #include <glib.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "PlatformUtils.h"
 #include "TempDir.h"
+#include "linux/LinuxPanelList.h"
 
 // GLib, GObject and GIO are not built with ThreadSanitizer and synchronise
 // their own threads (the child-watch worker behind GSubprocess) with futexes
@@ -77,20 +84,87 @@ private:
     guint _source = 0;
 };
 
+// Once a panel shows (within `ms`), runs `action` on the main thread inside
+// the loop the panel waits in. A synchronous panel's loop runs nothing but
+// its own work, so main-loop timers cannot reach it; this can.
+class WhilePanelShows {
+public:
+    explicit WhilePanelShows(std::function<void()> action, unsigned ms = 10000)
+        : _state(std::make_shared<State>()) {
+        std::shared_ptr<State> state = _state;
+        _thread = std::thread([state, action = std::move(action), ms] {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+            std::unique_lock<std::mutex> lock(state->mutex);
+            while (!state->stop && std::chrono::steady_clock::now() < deadline) {
+                if (Kestrix::Web::LinuxPanelList::invoke(nullptr, [state, action] {
+                        action();
+                        state->done = true;
+                    }))
+                    return;
+                state->wake.wait_for(lock, std::chrono::milliseconds(10));
+            }
+        });
+    }
+    ~WhilePanelShows() {
+        {
+            std::lock_guard<std::mutex> lock(_state->mutex);
+            _state->stop = true;
+        }
+        _state->wake.notify_all();
+        _thread.join();
+    }
+    WhilePanelShows(const WhilePanelShows&) = delete;
+    WhilePanelShows& operator=(const WhilePanelShows&) = delete;
+    bool done() const { return _state->done; }
+
+private:
+    struct State {
+        std::mutex mutex;
+        std::condition_variable wake;
+        bool stop = false;
+        std::atomic<bool> done{false};
+    };
+    std::shared_ptr<State> _state;
+    std::thread _thread;
+};
+
 // Ends whatever panel still shows after `ms`, so that a test whose panel
 // nobody answers fails instead of hanging.
 class PanelWatchdog {
 public:
-    explicit PanelWatchdog(unsigned ms)
-        : _timer(ms, [this] {
-              _bit = true;
-              Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
-          }) {}
-    bool bit() const { return _bit; }
+    explicit PanelWatchdog(unsigned ms) : _state(std::make_shared<State>()) {
+        std::shared_ptr<State> state = _state;
+        _thread = std::thread([state, ms] {
+            std::unique_lock<std::mutex> lock(state->mutex);
+            if (state->wake.wait_for(lock, std::chrono::milliseconds(ms), [&] { return state->stop; }))
+                return;
+            Kestrix::Web::LinuxPanelList::invoke(nullptr, [state] {
+                state->bit = true;
+                Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
+            });
+        });
+    }
+    ~PanelWatchdog() {
+        {
+            std::lock_guard<std::mutex> lock(_state->mutex);
+            _state->stop = true;
+        }
+        _state->wake.notify_all();
+        _thread.join();
+    }
+    PanelWatchdog(const PanelWatchdog&) = delete;
+    PanelWatchdog& operator=(const PanelWatchdog&) = delete;
+    bool bit() const { return _state->bit; }
 
 private:
-    bool _bit = false;
-    MainLoopTimer _timer;
+    struct State {
+        std::mutex mutex;
+        std::condition_variable wake;
+        bool stop = false;
+        std::atomic<bool> bit{false};
+    };
+    std::shared_ptr<State> _state;
+    std::thread _thread;
 };
 
 // Writes an executable shell script `name` into `dir` and returns its path.
