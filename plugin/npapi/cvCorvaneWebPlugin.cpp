@@ -167,6 +167,12 @@ cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
     cv_dbg("~cvCorvaneWebPlugin() [%p]", static_cast<void*>(this));
     *_alive = false;
     if (kLastDialogOpener == this) kLastDialogOpener = nullptr;
+    // A synchronous call's panel outlives nothing of its page: closed now,
+    // its call returns without touching this instance.
+    if (_modalDialog) {
+        _modalDialog->stop();
+        _modalDialog = nullptr;
+    }
     try {
         if (_transferEventHandler) {
             if (_core && _core->transfersPoller())
@@ -530,6 +536,20 @@ bool cvCorvaneWebPlugin::queryKestrixVersion(const NPVariant*, uint32_t argCount
 // browser's name (which decides the time-out guard), and only then is this
 // instance recorded as the last one to open a dialog.
 
+std::vector<std::string> cvCorvaneWebPlugin::showModal(PanelDialog& dialog,
+                                                       const std::shared_ptr<bool>& alive) {
+    _modalDialog = &dialog;
+    std::vector<std::string> paths;
+    try {
+        paths = dialog.show();
+    } catch (...) {
+        if (*alive) _modalDialog = nullptr;
+        throw;
+    }
+    if (*alive) _modalDialog = nullptr;
+    return paths;
+}
+
 bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runOpenFileDialog(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
@@ -542,7 +562,7 @@ bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCo
         OpenFileDialog dialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // Chosen files may be read and uploaded; the download folder stays
         // as it was.
@@ -594,7 +614,7 @@ bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t arg
         OpenFolderDialog dialog(getBrowserWindow(), "", allowMultiple, false);
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // The first folder becomes the one downloads may go to; nothing is
         // approved for reading.
@@ -645,7 +665,7 @@ bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCo
         SaveFileDialog dialog(getBrowserWindow(), "", suggestedName, "");
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // The chosen path becomes the download destination; it is not
         // approved for reading.

@@ -76,6 +76,8 @@ LinuxPanelProcess::LinuxPanelProcess()
       _loop(nullptr),
       _finished(false),
       _aborted(false),
+      _inGuard(false),
+      _closedFromOutside(false),
       _output(nullptr),
       _messages(nullptr),
       _error(nullptr),
@@ -121,8 +123,9 @@ std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<
     state = IDialogImpl::kStateShowing;
     std::vector<std::string> paths;
     const int result = run(panel, arguments, modal, guardSeconds, onTimeout, paths);
-    if (timedOut)
-        alertTimedOut();
+    // A panel closed from outside (its page has gone, say) tells the user
+    // nothing, even when the guard fired first.
+    if (timedOut && !_closedFromOutside) alertTimedOut();
     state = stateForResult(result);
     if (state != IDialogImpl::kStateAccepted)
         paths.clear();
@@ -164,6 +167,8 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     _subprocess = subprocess;
     _finished = false;
     _aborted = false;
+    _inGuard = false;
+    _closedFromOutside = false;
     _loop = g_main_loop_new(context, FALSE);
     _onTimeout = onTimeout;
     // Everything below runs in the nested loop, on this (the browser's
@@ -246,14 +251,17 @@ void LinuxPanelProcess::onCommunicated(GObject* source, GAsyncResult* res, gpoin
 
 gboolean LinuxPanelProcess::onGuard(gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
+    process->_inGuard = true;
     if (process->_onTimeout)
         process->_onTimeout();
+    process->_inGuard = false;
     return G_SOURCE_REMOVE;
 }
 
 void LinuxPanelProcess::abort() {
     if (!_subprocess || _finished)
         return;
+    if (!_inGuard) _closedFromOutside = true;
     _aborted = true;
     // The loop ends when the killed program's output closes and its exit
     // has been collected.

@@ -50,10 +50,11 @@ public:
     int run(void* panel, const std::vector<std::string>& arguments, bool modal, int32_t guardSeconds,
             const std::function<void()>& onTimeout, std::vector<std::string>& paths);
     // One show of a dialog's panel: run() with the guard when a time-out is
-    // set and the browser gets one, the alert when the guard fired, and the
-    // dialog state the run leaves in `state`. `timedOut` is cleared first
-    // and set by the dialog's own time-out handler. Answers the chosen paths
-    // of an accepted panel, else none.
+    // set and the browser gets one, the alert when the guard closed the
+    // panel (not when it was closed from outside, say because its page has
+    // gone), and the dialog state the run leaves in `state`. `timedOut` is
+    // cleared first and set by the dialog's own time-out handler. Answers
+    // the chosen paths of an accepted panel, else none.
     std::vector<std::string> show(void* panel, const std::vector<std::string>& arguments, bool modal,
                                   int32_t timeoutSeconds, const std::string& browserName,
                                   const std::function<void()>& onTimeout, bool& timedOut, int32_t& state);
@@ -87,6 +88,10 @@ private:
     GMainLoop* _loop;
     bool _finished;
     std::atomic<bool> _aborted;
+    // Set while the guard's handler runs, and when something else closed
+    // the panel.
+    bool _inGuard;
+    bool _closedFromOutside;
     GBytes* _output;
     GBytes* _messages;  // what the program wrote to its standard error
     GError* _error;
