@@ -351,6 +351,9 @@ void cvCorvaneWebPlugin::doDrop(std::vector<std::string> paths) {
     }
     if (_dropMode != 2) return;
 
+    // The page's handlers may remove the plug-in's element, which destroys
+    // this instance under the call: nothing of it is touched afterwards.
+    const std::shared_ptr<bool> alive = _alive;
     NPObject* observer = _dropObserver;
     NPIdentifier onDrop = NPN_GetStringIdentifier("onDrop");
     if (observer && NPN_HasMethod(_npp, observer, onDrop)) {
@@ -366,6 +369,7 @@ void cvCorvaneWebPlugin::doDrop(std::vector<std::string> paths) {
         if (!NPVARIANT_IS_STRING(answer)) NPN_ReleaseVariantValue(&answer);
         NPN_ReleaseObject(observer);
         NPN_ReleaseVariantValue(&argument);
+        if (!*alive) return;
     }
     dropEvent(EventHandler::kEventTypeDrop, PathEscaper::toJsonStr(paths));
 }

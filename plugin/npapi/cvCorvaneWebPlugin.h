@@ -176,10 +176,10 @@ private:
     NPObject* _eventHandler = nullptr;
     bool _transparent = false;
     int _launchTimeoutMs = 0;
-    // False once the instance has gone. A synchronous panel runs a nested
-    // loop inside the page's call, and the browser may destroy the instance
-    // meanwhile: the call then finds out here and touches nothing of the
-    // instance when the panel returns.
+    // False once the instance has gone. A synchronous panel or a drop calls
+    // out (a nested loop, the page's own handlers) inside the page's call,
+    // and the instance may be destroyed meanwhile: the call then finds out
+    // here and touches nothing of the instance afterwards.
     std::shared_ptr<bool> _alive;
     // The panel of a synchronous call while it shows, closed (without the
     // time-out alert) if the instance goes first.
