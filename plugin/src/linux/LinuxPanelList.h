@@ -25,10 +25,11 @@ public:
     // modal run). False when there was nothing to abort.
     static bool abort(void* panel);
     // Has `action` run on the browser's main thread inside the loop that
-    // `panel` (null: the panel shown last) waits in, from any thread; it
-    // runs even if the panel has ended by then. False when no such panel
-    // shows. A modal panel's loop runs nothing else, so this is the only
-    // way in while it shows.
+    // `panel` (null: the panel shown last) waits in; callable from any
+    // thread. Should the panel end first, the action runs later on the
+    // default context, or never for a modal panel (its context goes with
+    // it). False when no such panel shows. A modal panel's loop runs
+    // nothing else, so this is the only way in while it shows.
     static bool invoke(void* panel, std::function<void()> action);
 };
 

@@ -51,15 +51,18 @@ std::vector<std::string> splitPaths(GBytes* output) {
     return paths;
 }
 
-// The program's standard error as one line for the log: cut to a sane
-// length, control characters (line breaks included) as spaces, without
-// leading or trailing blanks.
+// The program's standard error as one line for the log: its last 1000
+// bytes (what it said last is the cause; warnings may come before),
+// control characters (line breaks included) as spaces, without leading or
+// trailing blanks.
 std::string messageText(GBytes* messages) {
     if (!messages) return std::string();
     gsize size = 0;
     const char* data = static_cast<const char*>(g_bytes_get_data(messages, &size));
+    if (!data) return std::string();
     const gsize kMaxMessageBytes = 1000;
-    std::string text(data ? data : "", data ? std::min(size, kMaxMessageBytes) : 0);
+    const gsize kept = std::min(size, kMaxMessageBytes);
+    std::string text(data + (size - kept), kept);
     for (char& c : text) {
         const unsigned char byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7F) c = ' ';

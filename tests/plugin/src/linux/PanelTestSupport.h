@@ -32,8 +32,8 @@ extern "C" const char* __tsan_default_suppressions() {
 namespace CorvaneTest {
 
 // Calls `action` on the main context after `ms`, once; removed on
-// destruction if it has not fired. Panels run a nested loop on the default
-// context, so this is how a test acts while one shows.
+// destruction if it has not fired. The panels of background runs turn the
+// default context, so this is how a test acts while one shows.
 class MainLoopTimer {
 public:
     MainLoopTimer(unsigned ms, std::function<void()> action) : _action(std::move(action)) {
