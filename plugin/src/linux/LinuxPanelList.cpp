@@ -1,6 +1,7 @@
 #include "LinuxPanelList.h"
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -16,15 +17,6 @@ struct ShowingPanel {
     GMainContext* context;  // referenced while listed; null for the default
 };
 
-gboolean runAction(gpointer data) {
-    (*static_cast<std::function<void()>*>(data))();
-    return G_SOURCE_REMOVE;
-}
-
-void deleteAction(gpointer data) {
-    delete static_cast<std::function<void()>*>(data);
-}
-
 std::mutex& listMutex() {
     static std::mutex m;
     return m;
@@ -34,6 +26,36 @@ std::mutex& listMutex() {
 std::vector<ShowingPanel>& panels() {
     static std::vector<ShowingPanel> list;
     return list;
+}
+
+// Work handed to a panel's loop, by number; the source that runs it carries
+// only the number. GLib orders the hand-over with locks of its own, which
+// race detectors do not see: the work itself passes under listMutex().
+std::map<guintptr, std::function<void()>>& queuedActions() {
+    static std::map<guintptr, std::function<void()>> actions;
+    return actions;
+}
+guintptr gLastActionNumber = 0;  // guarded by listMutex()
+
+std::function<void()> takeAction(gpointer number) {
+    std::lock_guard<std::mutex> lock(listMutex());
+    auto& actions = queuedActions();
+    auto it = actions.find(GPOINTER_TO_SIZE(number));
+    if (it == actions.end()) return nullptr;
+    std::function<void()> action = std::move(it->second);
+    actions.erase(it);
+    return action;
+}
+
+gboolean runAction(gpointer number) {
+    const std::function<void()> action = takeAction(number);
+    if (action) action();
+    return G_SOURCE_REMOVE;
+}
+
+// A source destroyed before it ran (its context went) drops its work.
+void dropAction(gpointer number) {
+    takeAction(number);
 }
 
 }  // namespace
@@ -110,7 +132,13 @@ bool LinuxPanelList::invoke(void* panel, std::function<void()> action) {
     // own, or be on another thread.
     GSource* source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
-    g_source_set_callback(source, &runAction, new std::function<void()>(std::move(action)), &deleteAction);
+    guintptr number = 0;
+    {
+        std::lock_guard<std::mutex> lock(listMutex());
+        number = ++gLastActionNumber;
+        queuedActions().emplace(number, std::move(action));
+    }
+    g_source_set_callback(source, &runAction, GSIZE_TO_POINTER(number), &dropAction);
     g_source_attach(source, context);
     g_source_unref(source);
     g_main_context_unref(context);
