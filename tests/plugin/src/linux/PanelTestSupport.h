@@ -6,6 +6,7 @@
 #include <glib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -84,24 +85,33 @@ private:
     guint _source = 0;
 };
 
-// Once a panel shows (within `ms`), runs `action` on the main thread inside
-// the loop the panel waits in. A synchronous panel's loop runs nothing but
-// its own work, so main-loop timers cannot reach it; this can.
+// Runs `action` on the main thread inside the loop a panel waits in, at the
+// first moment from `fromMs` on (until `untilMs`) that one shows. A
+// synchronous panel's loop runs nothing but its own work, so main-loop
+// timers cannot reach it; this can.
 class WhilePanelShows {
 public:
-    explicit WhilePanelShows(std::function<void()> action, unsigned ms = 10000)
+    explicit WhilePanelShows(std::function<void()> action, unsigned fromMs = 0, unsigned untilMs = 10000)
         : _state(std::make_shared<State>()) {
         std::shared_ptr<State> state = _state;
-        _thread = std::thread([state, action = std::move(action), ms] {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+        _thread = std::thread([state, action = std::move(action), fromMs, untilMs] {
+            const auto start = std::chrono::steady_clock::now();
             std::unique_lock<std::mutex> lock(state->mutex);
-            while (!state->stop && std::chrono::steady_clock::now() < deadline) {
+            if (state->wake.wait_until(lock, start + std::chrono::milliseconds(fromMs),
+                                       [&] { return state->stop; }))
+                return;
+            const auto until = start + std::chrono::milliseconds(untilMs);
+            for (;;) {
                 if (Kestrix::Web::LinuxPanelList::invoke(nullptr, [state, action] {
                         action();
                         state->done = true;
                     }))
                     return;
-                state->wake.wait_for(lock, std::chrono::milliseconds(10));
+                const auto next =
+                    std::min(until, std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
+                if (state->wake.wait_until(lock, next, [&] { return state->stop; }) ||
+                    std::chrono::steady_clock::now() >= until)
+                    return;
             }
         });
     }
@@ -132,39 +142,12 @@ private:
 // nobody answers fails instead of hanging.
 class PanelWatchdog {
 public:
-    explicit PanelWatchdog(unsigned ms) : _state(std::make_shared<State>()) {
-        std::shared_ptr<State> state = _state;
-        _thread = std::thread([state, ms] {
-            std::unique_lock<std::mutex> lock(state->mutex);
-            if (state->wake.wait_for(lock, std::chrono::milliseconds(ms), [&] { return state->stop; }))
-                return;
-            Kestrix::Web::LinuxPanelList::invoke(nullptr, [state] {
-                state->bit = true;
-                Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
-            });
-        });
-    }
-    ~PanelWatchdog() {
-        {
-            std::lock_guard<std::mutex> lock(_state->mutex);
-            _state->stop = true;
-        }
-        _state->wake.notify_all();
-        _thread.join();
-    }
-    PanelWatchdog(const PanelWatchdog&) = delete;
-    PanelWatchdog& operator=(const PanelWatchdog&) = delete;
-    bool bit() const { return _state->bit; }
+    explicit PanelWatchdog(unsigned ms)
+        : _closer([] { Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr); }, ms, ms) {}
+    bool bit() const { return _closer.done(); }
 
 private:
-    struct State {
-        std::mutex mutex;
-        std::condition_variable wake;
-        bool stop = false;
-        std::atomic<bool> bit{false};
-    };
-    std::shared_ptr<State> _state;
-    std::thread _thread;
+    WhilePanelShows _closer;
 };
 
 // Writes an executable shell script `name` into `dir` and returns its path.
