@@ -191,6 +191,12 @@ cvCorvaneWebPlugin::~cvCorvaneWebPlugin() {
     cv_dbg("~cvCorvaneWebPlugin() [%p]", static_cast<void*>(this));
     *_alive = false;
     if (kLastDialogOpener == this) kLastDialogOpener = nullptr;
+    // A synchronous call's panel outlives nothing of its page: closed now,
+    // its call returns without touching this instance.
+    if (_modalDialog) {
+        _modalDialog->stop();
+        _modalDialog = nullptr;
+    }
     try {
         if (_transferEventHandler) {
             if (_core && _core->transfersPoller())
@@ -369,6 +375,9 @@ void cvCorvaneWebPlugin::doDrop(std::vector<std::string> paths) {
     }
     if (_dropMode != 2) return;
 
+    // The page's handlers may remove the plug-in's element, which destroys
+    // this instance under the call: nothing of it is touched afterwards.
+    const std::shared_ptr<bool> alive = _alive;
     NPObject* observer = _dropObserver;
     NPIdentifier onDrop = NPN_GetStringIdentifier("onDrop");
     if (observer && NPN_HasMethod(_npp, observer, onDrop)) {
@@ -384,6 +393,7 @@ void cvCorvaneWebPlugin::doDrop(std::vector<std::string> paths) {
         if (!NPVARIANT_IS_STRING(answer)) NPN_ReleaseVariantValue(&answer);
         NPN_ReleaseObject(observer);
         NPN_ReleaseVariantValue(&argument);
+        if (!*alive) return;
     }
     dropEvent(EventHandler::kEventTypeDrop, PathEscaper::toJsonStr(paths));
 }
@@ -556,6 +566,20 @@ bool cvCorvaneWebPlugin::queryKestrixVersion(const NPVariant*, uint32_t argCount
 // browser's name (which decides the time-out guard), and only then is this
 // instance recorded as the last one to open a dialog.
 
+std::vector<std::string> cvCorvaneWebPlugin::showModal(PanelDialog& dialog,
+                                                       const std::shared_ptr<bool>& alive) {
+    _modalDialog = &dialog;
+    std::vector<std::string> paths;
+    try {
+        paths = dialog.show();
+    } catch (...) {
+        if (*alive) _modalDialog = nullptr;
+        throw;
+    }
+    if (*alive) _modalDialog = nullptr;
+    return paths;
+}
+
 bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runOpenFileDialog(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
@@ -568,7 +592,7 @@ bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCo
         OpenFileDialog dialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // Chosen files may be read and uploaded; the download folder stays
         // as it was.
@@ -620,7 +644,7 @@ bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t arg
         OpenFolderDialog dialog(getBrowserWindow(), "", allowMultiple, false);
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // The first folder becomes the one downloads may go to; nothing is
         // approved for reading.
@@ -671,7 +695,7 @@ bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCo
         SaveFileDialog dialog(getBrowserWindow(), "", suggestedName, "");
         dialog.init(_core->hostBrowser());
         kLastDialogOpener = this;
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = showModal(dialog, alive);
         if (!*alive) return returnNoDialog(result);
         // The chosen path becomes the download destination; it is not
         // approved for reading.

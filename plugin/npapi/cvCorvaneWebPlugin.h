@@ -28,6 +28,7 @@ namespace Kestrix {
 namespace Web {
 
 class OneShotManager;
+class PanelDialog;
 class PlugIn;
 class TransferEventHandler;
 class cvCorvaneWebView;
@@ -149,6 +150,9 @@ public:
     void* getBrowserWindow() const;
 
 private:
+    // Shows `dialog` inside a synchronous page call. The instance may be
+    // destroyed meanwhile (`alive` tells): it then closes the panel itself.
+    std::vector<std::string> showModal(PanelDialog& dialog, const std::shared_ptr<bool>& alive);
     // Reports the page's event `type` (EventHandler::EventType_e) in
     // "callback" drop mode when an event handler is set.
     void dropEvent(int type, const std::string& text);
@@ -172,11 +176,14 @@ private:
     NPObject* _eventHandler = nullptr;
     bool _transparent = false;
     int _launchTimeoutMs = 0;
-    // False once the instance has gone. A synchronous panel runs a nested
-    // main loop inside the page's call, and the browser may destroy the
-    // instance meanwhile: the call then finds out here and touches nothing
-    // of the instance when the panel returns.
+    // False once the instance has gone. A synchronous panel or a drop calls
+    // out (a nested loop, the page's own handlers) inside the page's call,
+    // and the instance may be destroyed meanwhile: the call then finds out
+    // here and touches nothing of the instance afterwards.
     std::shared_ptr<bool> _alive;
+    // The panel of a synchronous call while it shows, closed (without the
+    // time-out alert) if the instance goes first.
+    PanelDialog* _modalDialog = nullptr;
 };
 
 }  // namespace Web

@@ -3,7 +3,7 @@
 namespace Kestrix {
 namespace Web {
 
-IDialogImpl::IDialogImpl() : _state(kStateNotShown), _timeout(0) {}
+IDialogImpl::IDialogImpl() : _state(kStateNotShown), _timeout(0), _modal(false) {}
 
 IDialogImpl::~IDialogImpl() = default;
 

@@ -47,10 +47,16 @@ public:
     // Seconds the panel may show before it is closed; 0 for no limit.
     int32_t timeout() const { return _timeout; }
     void setTimeout(int32_t seconds) { _timeout = seconds; }
+    // Whether the next show is for a script call that waits for it: such a
+    // panel is application-modal, and nothing of the page may run until it
+    // has ended. False unless set.
+    bool modal() const { return _modal; }
+    void setModal(bool modal) { _modal = modal; }
 
 protected:
     int32_t _state;
     int32_t _timeout;
+    bool _modal;
 };
 
 }  // namespace Web

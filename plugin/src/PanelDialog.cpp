@@ -27,7 +27,10 @@ std::vector<std::string> PanelDialog::showHelper(bool withTimeout) {
     _paths.clear();
     if (!_impl)
         return _paths;
+    // Only a script call's own show waits for the panel, and only it has
+    // the guard.
     _impl->setTimeout(withTimeout ? IDialogImpl::kShowTimeoutSeconds : 0);
+    _impl->setModal(withTimeout);
     _paths = _impl->doShow();
     _resultStr = resultFor(_paths);
     return _paths;

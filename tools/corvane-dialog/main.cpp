@@ -10,8 +10,13 @@
 //   corvane-dialog --alert TEXT
 //
 // OK prints every chosen path followed by a NUL byte and exits 0; Cancel or
-// closing the window exits 1; bad arguments or no display exit 2. --alert
-// shows TEXT with one "OK" button and exits 0 when it is dismissed.
+// closing the window exits 1; bad arguments or no display exit 2, with the
+// reason on standard error. --alert shows TEXT with one "OK" button and
+// exits 0 when it is dismissed.
+//
+// The texts (title, name, extensions, alert) are UTF-8 whatever the
+// locale: a browser started without one passes on LC_ALL=C, and the page's
+// strings reach us as UTF-8 all the same.
 //
 // The window title is the --title text, else "Open File", "Open Folder" or
 // "Save File" by mode, and "Corvane Web" for an alert.
@@ -65,17 +70,48 @@ bool writeAll(int fd, const char* data, size_t size) {
     return true;
 }
 
-// The chosen paths go to a private copy of standard output. Standard output
-// itself is pointed at /dev/null, so that nothing GTK starts (a bus daemon,
-// say) can inherit the plug-in's pipe and keep it open after we exit.
-int takeResultChannel() {
-    int fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+// Where our messages and GLib's go: a private copy of standard error.
+int gMessageFd = STDERR_FILENO;
+
+// The chosen paths go to a private copy of standard output, and messages to
+// one of standard error. Both are then pointed at /dev/null, so that
+// nothing GTK starts (a bus daemon, say) can inherit the plug-in's pipes
+// and keep them open after we exit.
+int takeChannel(int fd) {
+    int copy = fcntl(fd, F_DUPFD_CLOEXEC, 3);
     int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (devNull >= 0) {
-        dup2(devNull, STDOUT_FILENO);
+        dup2(devNull, fd);
         close(devNull);
     }
-    return fd;
+    return copy;
+}
+
+void message(const std::string& text) {
+    const std::string line = "corvane-dialog: " + text + "\n";
+    if (gMessageFd >= 0) writeAll(gMessageFd, line.data(), line.size());
+}
+
+// GLib's and GTK's warnings go where ours go; debug and info stay quiet.
+GLogWriterOutput writeLog(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer) {
+    if (level & (G_LOG_LEVEL_DEBUG | G_LOG_LEVEL_INFO)) return G_LOG_WRITER_HANDLED;
+    gchar* line = g_log_writer_format_fields(level, fields, count, FALSE);
+    if (line && gMessageFd >= 0) {
+        writeAll(gMessageFd, line, strlen(line));
+        writeAll(gMessageFd, "\n", 1);
+    }
+    g_free(line);
+    return G_LOG_WRITER_HANDLED;
+}
+
+// Option values are taken as bytes (no conversion from the locale's
+// character set, which fails on anything but ASCII under LC_ALL=C) and
+// read as UTF-8; bytes that are not UTF-8 show as replacement characters.
+void makeUtf8(gchar*& text) {
+    if (!text || g_utf8_validate(text, -1, nullptr)) return;
+    gchar* valid = g_utf8_make_valid(text, -1);
+    g_free(text);
+    text = valid;
 }
 
 void setParent(GtkWidget* dialog, const char* parentText) {
@@ -162,7 +198,7 @@ int runPanel(const Options& options, int resultFd) {
         defaultTitle = "Save File";
         acceptLabel = "_Save";
     } else {
-        fprintf(stderr, "corvane-dialog: --mode must be open, folder or save\n");
+        message("--mode must be open, folder or save");
         return kExitUsage;
     }
     const char* title = options.title && *options.title ? options.title : defaultTitle;
@@ -220,27 +256,35 @@ int runPanel(const Options& options, int resultFd) {
 int main(int argc, char** argv) {
     Options options;
     const GOptionEntry entries[] = {
-        {"mode", 0, 0, G_OPTION_ARG_STRING, &options.mode, "Panel kind", "open|folder|save"},
-        {"title", 0, 0, G_OPTION_ARG_STRING, &options.title, "Window title", "T"},
+        // FILENAME: the bytes as given (see makeUtf8).
+        {"mode", 0, 0, G_OPTION_ARG_FILENAME, &options.mode, "Panel kind", "open|folder|save"},
+        {"title", 0, 0, G_OPTION_ARG_FILENAME, &options.title, "Window title", "T"},
         {"multiple", 0, 0, G_OPTION_ARG_NONE, &options.multiple, "Allow choosing several items", nullptr},
-        {"name", 0, 0, G_OPTION_ARG_STRING, &options.name, "Suggested file name (save)", "SUGGESTED"},
-        {"ext", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.extensions, "Allowed extension (repeatable)", "EXT"},
+        {"name", 0, 0, G_OPTION_ARG_FILENAME, &options.name, "Suggested file name (save)", "SUGGESTED"},
+        {"ext", 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &options.extensions, "Allowed extension (repeatable)",
+         "EXT"},
         {"allow-other", 0, 0, G_OPTION_ARG_NONE, &options.allowOther, "Also offer all files", nullptr},
-        {"parent", 0, 0, G_OPTION_ARG_STRING, &options.parent, "X window to stay above", "XID"},
-        {"alert", 0, 0, G_OPTION_ARG_STRING, &options.alert, "Show TEXT with an OK button", "TEXT"},
+        {"parent", 0, 0, G_OPTION_ARG_FILENAME, &options.parent, "X window to stay above", "XID"},
+        {"alert", 0, 0, G_OPTION_ARG_FILENAME, &options.alert, "Show TEXT with an OK button", "TEXT"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
 
-    const int resultFd = takeResultChannel();
+    const int resultFd = takeChannel(STDOUT_FILENO);
+    gMessageFd = takeChannel(STDERR_FILENO);
+    g_log_set_writer_func(&writeLog, nullptr, nullptr);
     GError* error = nullptr;
     if (!gtk_init_with_args(&argc, &argv, nullptr, entries, nullptr, &error)) {
-        fprintf(stderr, "corvane-dialog: %s\n", error ? error->message : "cannot open the display");
+        message(error ? error->message : "cannot open the display");
         g_clear_error(&error);
         return kExitUsage;
     }
     if (argc > 1) {
-        fprintf(stderr, "corvane-dialog: unexpected argument %s\n", argv[1]);
+        message(std::string("unexpected argument ") + argv[1]);
         return kExitUsage;
     }
+    makeUtf8(options.title);
+    makeUtf8(options.name);
+    makeUtf8(options.alert);
+    for (gchar** ext = options.extensions; ext && *ext; ++ext) makeUtf8(*ext);
     if (options.alert)
         return runAlert(options.alert);
 
@@ -249,7 +293,7 @@ int main(int argc, char** argv) {
     if (getppid() == 1)
         return kExitCancelled;
     if (resultFd < 0) {
-        fprintf(stderr, "corvane-dialog: no standard output for the result\n");
+        message("no standard output for the result");
         return kExitUsage;
     }
     return runPanel(options, resultFd);

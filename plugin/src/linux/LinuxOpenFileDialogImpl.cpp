@@ -41,7 +41,8 @@ std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxOpenFileDialogImpl::doShow() {
     cv_dbg("LinuxOpenFileDialogImpl::doShow()");
-    return _panel.show(this, panelArguments(), _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
+    return _panel.show(
+        this, panelArguments(), _modal, _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
 }
 
 void LinuxOpenFileDialogImpl::doClose() {

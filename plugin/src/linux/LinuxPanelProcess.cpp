@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "IDialogImpl.h"
 #include "LinuxPanelList.h"
 #include "cv_log.h"
@@ -49,6 +51,27 @@ std::vector<std::string> splitPaths(GBytes* output) {
     return paths;
 }
 
+// The program's standard error as one line for the log: its last 1000
+// bytes (what it said last is the cause; warnings may come before),
+// control characters (line breaks included) as spaces, without leading or
+// trailing blanks.
+std::string messageText(GBytes* messages) {
+    if (!messages) return std::string();
+    gsize size = 0;
+    const char* data = static_cast<const char*>(g_bytes_get_data(messages, &size));
+    if (!data) return std::string();
+    const gsize kMaxMessageBytes = 1000;
+    const gsize kept = std::min(size, kMaxMessageBytes);
+    std::string text(data + (size - kept), kept);
+    for (char& c : text) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) c = ' ';
+    }
+    const std::string::size_type first = text.find_first_not_of(' ');
+    if (first == std::string::npos) return std::string();
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
 }  // namespace
 
 LinuxPanelProcess::LinuxPanelProcess()
@@ -56,9 +79,12 @@ LinuxPanelProcess::LinuxPanelProcess()
       _loop(nullptr),
       _finished(false),
       _aborted(false),
+      _inGuard(false),
+      _closedFromOutside(false),
       _output(nullptr),
+      _messages(nullptr),
       _error(nullptr),
-      _guardSource(0) {}
+      _guardSource(nullptr) {}
 
 // run() leaves nothing behind when it returns, and a panel is never
 // destroyed while its run is on the stack.
@@ -91,24 +117,27 @@ std::string LinuxPanelProcess::programPath() {
 void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) { gSecondLengthMs = milliseconds; }
 
 std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<std::string>& arguments,
-                                                 int32_t timeoutSeconds, const std::string& browserName,
+                                                 bool modal, int32_t timeoutSeconds,
+                                                 const std::string& browserName,
                                                  const std::function<void()>& onTimeout, bool& timedOut,
                                                  int32_t& state) {
     const int32_t guardSeconds = timeoutSeconds != 0 && guardsBrowser(browserName) ? timeoutSeconds : 0;
     timedOut = false;
     state = IDialogImpl::kStateShowing;
     std::vector<std::string> paths;
-    const int result = run(panel, arguments, guardSeconds, onTimeout, paths);
-    if (timedOut)
-        alertTimedOut();
+    const int result = run(panel, arguments, modal, guardSeconds, onTimeout, paths);
+    // A panel closed from outside (its page has gone, say) tells the user
+    // nothing, even when the guard fired first.
+    if (timedOut && !_closedFromOutside) alertTimedOut();
     state = stateForResult(result);
     if (state != IDialogImpl::kStateAccepted)
         paths.clear();
     return paths;
 }
 
-int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
-                           const std::function<void()>& onTimeout, std::vector<std::string>& paths) {
+int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, bool modal,
+                           int32_t guardSeconds, const std::function<void()>& onTimeout,
+                           std::vector<std::string>& paths) {
     paths.clear();
     const std::string program = programPath();
     std::vector<const char*> argv;
@@ -117,35 +146,53 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
         argv.push_back(argument.c_str());
     argv.push_back(nullptr);
 
+    // A modal panel's sources (the program's exit and output, the guard)
+    // live on a context of their own. It is the thread's default for the
+    // wait, so that GIO attaches what it adds for the program there too.
+    GMainContext* context = modal ? g_main_context_new() : nullptr;
+    if (context) g_main_context_push_thread_default(context);
+
     GError* error = nullptr;
-    GSubprocess* subprocess = g_subprocess_newv(argv.data(), G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error);
+    GSubprocess* subprocess = g_subprocess_newv(
+        argv.data(),
+        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE),
+        &error);
     if (!subprocess) {
         cv_err("Unable to start the dialog program %s: %s", program.c_str(), error ? error->message : "");
         g_clear_error(&error);
+        if (context) {
+            g_main_context_pop_thread_default(context);
+            g_main_context_unref(context);
+        }
         return kRunFailed;
     }
 
     _subprocess = subprocess;
     _finished = false;
     _aborted = false;
-    _loop = g_main_loop_new(nullptr, FALSE);
+    _inGuard = false;
+    _closedFromOutside = false;
+    _loop = g_main_loop_new(context, FALSE);
     _onTimeout = onTimeout;
-    // Everything below runs in the default context's nested loop, on this
-    // (the browser's main) thread.
+    // Everything below runs in the nested loop, on this (the browser's
+    // main) thread.
     g_subprocess_communicate_async(_subprocess, nullptr, nullptr, &LinuxPanelProcess::onCommunicated, this);
     if (guardSeconds > 0) {
-        const guint interval = static_cast<guint>(guardSeconds) * gSecondLengthMs.load();
-        _guardSource = g_timeout_add_full(G_PRIORITY_DEFAULT, interval, &LinuxPanelProcess::onGuard, this, nullptr);
+        _guardSource = g_timeout_source_new(static_cast<guint>(guardSeconds) * gSecondLengthMs.load());
+        g_source_set_callback(_guardSource, &LinuxPanelProcess::onGuard, this, nullptr);
+        g_source_attach(_guardSource, context);
     }
-    LinuxPanelList::add(panel, [this] { abort(); });
+    LinuxPanelList::add(
+        panel, [this] { abort(); }, context);
 
     if (!_finished)
         g_main_loop_run(_loop);
 
     LinuxPanelList::remove(panel);
     if (_guardSource) {
-        g_source_remove(_guardSource);
-        _guardSource = 0;
+        g_source_destroy(_guardSource);
+        g_source_unref(_guardSource);
+        _guardSource = nullptr;
     }
     const int result = resultOfRun(paths);
 
@@ -157,8 +204,16 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
         g_bytes_unref(_output);
         _output = nullptr;
     }
+    if (_messages) {
+        g_bytes_unref(_messages);
+        _messages = nullptr;
+    }
     g_clear_error(&_error);
     _onTimeout = nullptr;
+    if (context) {
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    }
     return result;
 }
 
@@ -169,6 +224,9 @@ int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
         cv_err("Dialog program failed: %s", _error->message);
         return kRunFailed;
     }
+    // What the program said about its failure, if anything.
+    const std::string said = messageText(_messages);
+    const std::string because = said.empty() ? std::string() : ": " + said;
     if (g_subprocess_get_if_exited(_subprocess)) {
         const int status = g_subprocess_get_exit_status(_subprocess);
         if (status == kExitAccepted) {
@@ -177,33 +235,36 @@ int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
         }
         if (status == kExitCancelled)
             return kRunCancelled;
-        cv_err("Dialog program failed: exit status %d", status);
+        cv_err("Dialog program failed: exit status %d%s", status, because.c_str());
     } else if (g_subprocess_get_if_signaled(_subprocess)) {
-        cv_err("Dialog program failed: signal %d", g_subprocess_get_term_sig(_subprocess));
+        cv_err("Dialog program failed: signal %d%s", g_subprocess_get_term_sig(_subprocess), because.c_str());
     } else {
-        cv_err("Dialog program failed");
+        cv_err("Dialog program failed%s", because.c_str());
     }
     return kRunFailed;
 }
 
 void LinuxPanelProcess::onCommunicated(GObject* source, GAsyncResult* res, gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
-    g_subprocess_communicate_finish(G_SUBPROCESS(source), res, &process->_output, nullptr, &process->_error);
+    g_subprocess_communicate_finish(G_SUBPROCESS(source), res, &process->_output, &process->_messages,
+                                    &process->_error);
     process->_finished = true;
     g_main_loop_quit(process->_loop);
 }
 
 gboolean LinuxPanelProcess::onGuard(gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
-    process->_guardSource = 0;
+    process->_inGuard = true;
     if (process->_onTimeout)
         process->_onTimeout();
+    process->_inGuard = false;
     return G_SOURCE_REMOVE;
 }
 
 void LinuxPanelProcess::abort() {
     if (!_subprocess || _finished)
         return;
+    if (!_inGuard) _closedFromOutside = true;
     _aborted = true;
     // The loop ends when the killed program's output closes and its exit
     // has been collected.

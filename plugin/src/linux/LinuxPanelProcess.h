@@ -1,7 +1,14 @@
 // One run of corvane-dialog, the program that shows our panels outside the
 // browser (GTK 3 must not be loaded into it). The panel runs as a child
-// process while a nested loop turns the default main context, so the
-// browser keeps drawing and answering script calls meanwhile.
+// process while a nested loop waits for it.
+//
+// A panel shown for a page's script call that waits for the answer is
+// modal: its loop turns a private main context, so nothing of the browser
+// (no timer, no network answer, no page script) runs until the call
+// returns. Page script run beneath the call could navigate away and take
+// the page's frame with it while the call is still on the stack. Any other
+// panel's loop turns the default main context, so the browser keeps
+// drawing and answering script calls meanwhile.
 //
 // The program is looked for beside the library holding this code (the
 // plug-in's .so); the environment variable CORVANE_DIALOG_PROGRAM, when set
@@ -35,25 +42,26 @@ public:
     LinuxPanelProcess(const LinuxPanelProcess&) = delete;
     LinuxPanelProcess& operator=(const LinuxPanelProcess&) = delete;
 
-    // Starts the program with `arguments` and returns when it has ended.
-    // While it shows, `panel` is in the process-wide panel list, where a
-    // close from outside aborts it. With `guardSeconds` above 0, `onTimeout`
-    // is called once that long has passed with the panel still showing.
-    // `paths` receives what an accepted panel printed.
-    int run(void* panel, const std::vector<std::string>& arguments, int32_t guardSeconds,
+    // Starts the program with `arguments` and returns when it has ended,
+    // `modal` as above. While it shows, `panel` is in the process-wide panel
+    // list, where a close from outside aborts it. With `guardSeconds` above
+    // 0, `onTimeout` is called once that long has passed with the panel
+    // still showing. `paths` receives what an accepted panel printed.
+    int run(void* panel, const std::vector<std::string>& arguments, bool modal, int32_t guardSeconds,
             const std::function<void()>& onTimeout, std::vector<std::string>& paths);
     // One show of a dialog's panel: run() with the guard when a time-out is
-    // set and the browser gets one, the alert when the guard fired, and the
-    // dialog state the run leaves in `state`. `timedOut` is cleared first
-    // and set by the dialog's own time-out handler. Answers the chosen paths
-    // of an accepted panel, else none.
-    std::vector<std::string> show(void* panel, const std::vector<std::string>& arguments, int32_t timeoutSeconds,
-                                  const std::string& browserName, const std::function<void()>& onTimeout,
-                                  bool& timedOut, int32_t& state);
+    // set and the browser gets one, the alert when the guard closed the
+    // panel (not when it was closed from outside, say because its page has
+    // gone), and the dialog state the run leaves in `state`. `timedOut` is
+    // cleared first and set by the dialog's own time-out handler. Answers
+    // the chosen paths of an accepted panel, else none.
+    std::vector<std::string> show(void* panel, const std::vector<std::string>& arguments, bool modal,
+                                  int32_t timeoutSeconds, const std::string& browserName,
+                                  const std::function<void()>& onTimeout, bool& timedOut, int32_t& state);
     bool isShowing() const { return _subprocess && !_finished; }
     // Ends a showing panel: the program is killed and run() answers
     // kRunAborted. Nothing when no panel shows. Like everything here, for
-    // the thread that runs the default main context.
+    // the browser's main thread.
     void abort();
 
     // The dialog state a run result leaves the panel in; an unknown result
@@ -80,9 +88,14 @@ private:
     GMainLoop* _loop;
     bool _finished;
     std::atomic<bool> _aborted;
+    // Set while the guard's handler runs, and when something else closed
+    // the panel.
+    bool _inGuard;
+    bool _closedFromOutside;
     GBytes* _output;
+    GBytes* _messages;  // what the program wrote to its standard error
     GError* _error;
-    guint _guardSource;
+    GSource* _guardSource;
     std::function<void()> _onTimeout;
 };
 

@@ -60,8 +60,8 @@ std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxSaveFileDialogImpl::doShow() {
     cv_dbg("LinuxSaveFileDialogImpl::doShow()");
-    std::vector<std::string> paths =
-        _panel.show(this, panelArguments(), _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
+    std::vector<std::string> paths = _panel.show(
+        this, panelArguments(), _modal, _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
     // A save panel answers one path.
     if (paths.size() > 1)
         paths.resize(1);

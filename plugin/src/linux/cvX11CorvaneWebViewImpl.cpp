@@ -72,6 +72,7 @@ NPSetWindowCallbackStruct* windowInfo(const NPWindow* window) {
 }  // namespace
 
 cvX11CorvaneWebViewImpl::~cvX11CorvaneWebViewImpl() {
+    *_alive = false;
     _delegate = nullptr;
     if (_image) cairo_surface_destroy(_image);
 }
@@ -236,6 +237,7 @@ void cvX11CorvaneWebViewImpl::paint(const NPEvent* event) {
 }
 
 void cvX11CorvaneWebViewImpl::handleDrop(const NPVariant* files) {
+    const std::shared_ptr<bool> alive = _alive;
     std::vector<std::string> pageNames;
     if (!readPageFiles(files, &pageNames)) return;
 
@@ -262,7 +264,9 @@ void cvX11CorvaneWebViewImpl::handleDrop(const NPVariant* files) {
 
     PlugIn::addToApprovedFileList(dropped);
     _delegate->doDrop(dropped);
-    _delegate->doDropex(json);
+    // The page heard of the drop and may have destroyed us meanwhile: then
+    // only the drag (ours, on the stack) is finished.
+    if (*alive) _delegate->doDropex(json);
     drag.clear();
 }
 
@@ -273,6 +277,7 @@ bool cvX11CorvaneWebViewImpl::readPageFiles(const NPVariant* files, std::vector<
     }
     cv_dbg("handleDrop(): Mac -> files provided");
     NPObject* list = NPVARIANT_TO_OBJECT(*files);
+    const std::shared_ptr<bool> alive = _alive;
 
     NPVariant lengthValue;
     VOID_TO_NPVARIANT(lengthValue);
@@ -288,6 +293,7 @@ bool cvX11CorvaneWebViewImpl::readPageFiles(const NPVariant* files, std::vector<
     NPN_ReleaseVariantValue(&lengthValue);
 
     for (int32_t i = 0; i < length; ++i) {
+        if (!*alive) return false;
         NPVariant item;
         VOID_TO_NPVARIANT(item);
         NPN_GetProperty(_npp, list, NPN_GetIntIdentifier(i), &item);
@@ -307,7 +313,7 @@ bool cvX11CorvaneWebViewImpl::readPageFiles(const NPVariant* files, std::vector<
         NPN_MemFree(copy);
         NPN_ReleaseVariantValue(&item);
     }
-    return true;
+    return *alive;
 }
 
 // The page knows only the names: compare them with the last part of each

@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,8 @@ private:
     void paint(const NPEvent* expose);
     void invalidate();
     // The page's own list of the names it saw dropped; false when the
-    // browser ran out of memory while it was copied.
+    // browser ran out of memory while it was copied, or when reading it
+    // (the page's getters) destroyed the view.
     bool readPageFiles(const NPVariant* files, std::vector<std::string>* names);
     static bool sameNames(std::vector<std::string> pageNames, const std::vector<std::string>& dropped);
 
@@ -57,6 +59,11 @@ private:
     NPWindow* _window = nullptr;
     NPP _npp = nullptr;
     cairo_surface_t* _image = nullptr;
+    // False once the view has gone. Page code runs in the middle of a drop
+    // (the getters of its list, its drop handlers) and may remove the
+    // plug-in's element, which destroys the instance and this view with it;
+    // the drop checks this after each call out.
+    std::shared_ptr<bool> _alive = std::make_shared<bool>(true);
 };
 
 }  // namespace Web

@@ -11,6 +11,7 @@
 #include "PluginTestFixture.h"
 #include "TempDir.h"
 #include "Utils.h"
+#include "linux/LinuxPanelProcess.h"
 
 using namespace CorvaneTest;
 using Kestrix::Web::cvCorvaneWebPlugin;
@@ -321,23 +322,29 @@ TEST_F(PluginDialogsTest, DestroyingTheInstanceClosesItsPanelWithoutCallingThePa
     EXPECT_EQ(0u, _log.countPrefix("DBG DialogCallback::handleCallback()"));
 }
 
-// A synchronous panel runs the main loop inside the page's call; if the
-// instance goes meanwhile, the call ends without touching it.
-TEST_F(PluginDialogsTest, AnInstanceDestroyedDuringASynchronousPanelIsNotTouchedAfterwards) {
+// A synchronous panel is modal, so only the browser itself can destroy the
+// instance while it shows (closing its window, say). The panel then closes
+// at once, the time-out alert never comes, and the call ends without
+// touching the instance.
+TEST_F(PluginDialogsTest, AnInstanceDestroyedUnderItsSynchronousPanelClosesItWithoutTheAlert) {
     FakeBrowser& host = browser();
     NPObject* object = newScriptable();
-    useProgram("exec sleep 30\n");
-    MainLoopPoller closer(20, [&] {
-        if (!Kestrix::Web::Utils::isSaveDialogOpen(nullptr)) return false;
-        host.destroyInstance(_npp);
-        Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
-        return true;
-    });
+    useProgram("if [ \"$1\" = --alert ]; then echo alert >> \"$RECORD\"; exit 0; fi\nexec sleep 30\n");
+    // The guard (this browser gets one) would fire after 43 x 50 ms.
+    Kestrix::Web::LinuxPanelProcess::setSecondLengthForTesting(50);
+    WhilePanelShows destroyer([&] { host.destroyInstance(_npp); });
     PanelWatchdog watchdog(10000);
     FakeValue result;
     ASSERT_TRUE(call(object, "runOpenFolderDialog", {false}, &result));
-    EXPECT_TRUE(closer.done());
+    EXPECT_TRUE(destroyer.done());
+    EXPECT_FALSE(watchdog.bit());
     ASSERT_TRUE(result.isString());
     EXPECT_EQ("", result.string());
     EXPECT_EQ(0u, host.instanceCount());
+    EXPECT_TRUE(_log.has("LOG Closing open dialog"));
+    EXPECT_EQ(0u, _log.countPrefix("DBG LinuxOpenFileDialogImpl::doOnTimeout()"));
+    // An alert would be started without waiting; give it the time to show.
+    g_usleep(500 * 1000);
+    EXPECT_EQ("", recorded());
+    Kestrix::Web::LinuxPanelProcess::setSecondLengthForTesting(1000);
 }

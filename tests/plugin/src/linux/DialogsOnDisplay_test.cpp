@@ -304,6 +304,35 @@ TEST_F(DialogsOnDisplay, SavingUnderATypedNameAddsTheAllowedExtension) {
     EXPECT_EQ("\"" + _folder + "/exported.csv\"", dialog.resultStr());
 }
 
+// A browser started without a locale passes LC_ALL=C on to the program;
+// the page's texts are UTF-8 all the same and show as they are.
+TEST_F(DialogsOnDisplay, TextsStayUtf8UnderTheCLocale) {
+    _env.set("LC_ALL", "C");
+    const std::string t = title("utf8") + " \xe2\x80\x94 donn\xc3\xa9\x65s \xe2\x9c\x93";
+    const std::string name = "rapport-\xc3\xa9t\xc3\xa9.csv";
+    PanelWatchdog watchdog(kWatchdogMs);
+    SaveFileDialog dialog(nullptr, t, name, "");
+    dialog.init("chrome");
+    User user([&] {
+        // Found by its class: xdotool's name search depends on its own locale.
+        std::string window;
+        CorvaneTest::waitFor(
+            [&] {
+                const std::string ids = xdotool({"search", "--onlyvisible", "--classname", "corvane-dialog"});
+                window = ids.substr(0, ids.find('\n'));
+                return !window.empty();
+            },
+            15000);
+        if (window.empty() || xdotool({"getwindowname", window}) != t || !focus(window)) return false;
+        keys({"Return"});
+        return CorvaneTest::waitFor([&] { return xdotool({"getwindowname", window}).empty(); }, 5000);
+    });
+    const Strings paths = dialog.show();
+    EXPECT_TRUE(user.succeeded());
+    ASSERT_EQ(1u, paths.size());
+    EXPECT_EQ("/" + name, paths[0].substr(paths[0].rfind('/')));
+}
+
 TEST_F(DialogsOnDisplay, CancelGivesAnEmptyListOrNull) {
     PanelWatchdog watchdog(kWatchdogMs);
     auto cancel = [](const std::string& t) {
@@ -374,13 +403,13 @@ TEST_F(DialogsOnDisplay, TheGuardClosesThePanelAndAlerts) {
     // 43 "seconds" of 60 ms: time enough for the panel to come up.
     LinuxPanelProcess::setSecondLengthForTesting(60);
     PanelWatchdog watchdog(kWatchdogMs);
-    bool panelShowed = false;
-    MainLoopPoller seen(100, [&] { return panelShowed = !findWindow(t).empty(); });
+    // A synchronous panel's loop runs nothing else: watched from a thread.
+    User seen([&] { return !waitForWindow(t).empty(); });
 
     OpenFolderDialog dialog(nullptr, t, false, false);
     dialog.init("safari");
     EXPECT_TRUE(dialog.show().empty());
-    EXPECT_TRUE(panelShowed);
+    EXPECT_TRUE(seen.succeeded());
     EXPECT_FALSE(watchdog.bit());
     EXPECT_EQ(0u, dialog.result());
     EXPECT_EQ("[]", dialog.resultStr());
