@@ -20,9 +20,11 @@ std::string PanelDialog::resultStr() const { return _resultStr; }
 
 void* PanelDialog::getSystemDialog() const { return _impl ? _impl->systemDialog() : nullptr; }
 
-std::vector<std::string> PanelDialog::show() { return showHelper(true); }
+std::vector<std::string> PanelDialog::show() { return showHelper(true, true); }
 
-std::vector<std::string> PanelDialog::showHelper(bool withTimeout) {
+std::vector<std::string> PanelDialog::showWithoutModality() { return showHelper(true, false); }
+
+std::vector<std::string> PanelDialog::showHelper(bool withTimeout, bool modal) {
     _resultStr.clear();
     _paths.clear();
     if (!_impl)
@@ -30,7 +32,7 @@ std::vector<std::string> PanelDialog::showHelper(bool withTimeout) {
     // Only a script call's own show waits for the panel, and only it has
     // the guard.
     _impl->setTimeout(withTimeout ? IDialogImpl::kShowTimeoutSeconds : 0);
-    _impl->setModal(withTimeout);
+    _impl->setModal(modal);
     _paths = _impl->doShow();
     _resultStr = resultFor(_paths);
     return _paths;
@@ -40,7 +42,7 @@ void PanelDialog::run() {
     if (_interrupted)
         return;
     try {
-        showHelper(false);
+        showHelper(false, false);
     } catch (const std::exception& e) {
         _resultStr = Json::createErrorAndLog(e, unexpectedErrorMessage());
     }

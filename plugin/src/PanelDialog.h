@@ -30,9 +30,14 @@ public:
     // Marks the dialog interrupted and closes a showing panel.
     void stop() override;
 
-    // Shows the panel with the time-out guard; errors propagate.
+    // Shows the panel with the time-out guard for a script call that waits
+    // for it; errors propagate. The panel is application-modal.
     std::vector<std::string> show();
-    std::vector<std::string> showHelper(bool withTimeout);
+    // The same for a caller that is no browser (the native-messaging host):
+    // the wait turns the default main context, so the caller keeps reading
+    // its input (and hears of its page going) while the panel shows.
+    std::vector<std::string> showWithoutModality();
+    std::vector<std::string> showHelper(bool withTimeout, bool modal);
     // The panel's platform handle, null before init.
     void* getSystemDialog() const;
     // The paths chosen at the last show.

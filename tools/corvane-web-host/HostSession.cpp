@@ -453,7 +453,7 @@ bool HostSession::runOpenFileDialog(const Call& call, Answer& answer) {
     try {
         OpenFileDialog dialog(nullptr, "", booleanOf(call[0]), booleanOf(call[1]), "", false);
         dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = dialog.showWithoutModality();
         if (*alive) {
             PlugIn::addToApprovedFileList(paths);
             text = PathEscaper::toColonSeparatedStr(paths);
@@ -474,7 +474,7 @@ bool HostSession::runOpenFolderDialog(const Call& call, Answer& answer) {
     try {
         OpenFolderDialog dialog(nullptr, "", booleanOf(call[0]), false);
         dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = dialog.showWithoutModality();
         if (*alive) {
             if (!paths.empty()) _core->setLastSelectedPath(paths[0]);
             text = PathEscaper::toColonSeparatedStr(paths);
@@ -495,7 +495,7 @@ bool HostSession::runSaveFileDialog(const Call& call, Answer& answer) {
     try {
         SaveFileDialog dialog(nullptr, "", textOf(call[0]), "");
         dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.show();
+        const std::vector<std::string> paths = dialog.showWithoutModality();
         if (*alive && !paths.empty()) {
             _core->setLastSelectedPath(paths[0]);
             text = paths[0];
