@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every fuzz target of a build folder for a set time each, starting
-# from its seeds in corpus/<name>. New inputs go to a scratch copy; crashes
-# to <build>/fuzz-artifacts/<name>/. Fails when any target fails.
+# from its seeds in corpus/<name> and with <name>.dict when there is one.
+# New inputs go to a scratch folder; failing ones to
+# <build>/fuzz-artifacts/<name>/. Fails when any target fails.
 # usage: run-fuzz.sh BUILD_DIR [SECONDS]
 set -uo pipefail
 build=$1
@@ -22,9 +23,11 @@ for bin in "$build"/tests/fuzz/*_fuzz; do
     artifacts=$build/fuzz-artifacts/$name
     mkdir -p "$scratch/$name" "$artifacts"
     log=$build/fuzz-artifacts/$name.log
+    dict=()
+    [ -f "$here/$name.dict" ] && dict=(-dict="$here/$name.dict")
     echo "=== $name: ${seconds}s"
     "$bin" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=8192 -print_final_stats=1 \
-        -artifact_prefix="$artifacts/" "$scratch/$name" "$seeds" >"$log" 2>&1
+        "${dict[@]}" -artifact_prefix="$artifacts/" "$scratch/$name" "$seeds" >"$log" 2>&1
     rc=$?
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     if [ $rc -ne 0 ]; then
