@@ -41,6 +41,17 @@ test-tsan: build-tsan/build.ninja
 	cmake --build build-tsan -j$(JOBS)
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir build-tsan $(CTEST_FLAGS)
 
+# Every fuzz target for FUZZ_SECONDS each under ASan/UBSan (clang, libFuzzer).
+FUZZ_SECONDS ?= 60
+build-fuzz/build.ninja:
+	cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	  -DCORVANE_SANITIZE=address,undefined -DCORVANE_FUZZ=ON -DCORVANE_TESTS=OFF -DCORVANE_BENCH=OFF $(CMAKE_FLAGS)
+
+.PHONY: fuzz
+fuzz: build-fuzz/build.ninja
+	cmake --build build-fuzz -j$(JOBS) --target corvane-fuzz
+	tests/fuzz/run-fuzz.sh build-fuzz $(FUZZ_SECONDS)
+
 # The demo page in corvane-browser with the plug-in, against kestrix-sim, in
 # a private home (build/demo-home): in a window when $DISPLAY is set, else
 # headless under Xvfb, saving the page as build/demo.png. Builds only what
@@ -115,4 +126,4 @@ format-check:
 	@$(CLANG_FORMAT) --dry-run -Werror $(FORMAT_FILES) && echo "format-check: $(words $(FORMAT_FILES)) files formatted"
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz

@@ -116,6 +116,10 @@ std::string receiveResponse(Socket& socket) {
 
 }  // namespace
 
+std::string HttpRequest::receive(Socket& socket) {
+    return receiveResponse(socket);
+}
+
 HttpRequest::HttpRequest(const std::string& host, unsigned short port)
     : host(host), port(port), method(kGetMethod) {
     addHeader("Authorization-key", KestrixApp::kestrixUUID());

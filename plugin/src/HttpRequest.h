@@ -11,6 +11,7 @@ namespace Kestrix {
 namespace Web {
 
 class HttpResponse;
+class Socket;
 
 class HttpRequest {
 public:
@@ -33,6 +34,10 @@ public:
     // Runs the exchange on the calling thread. The caller owns the result;
     // null when the client could not be reached or the answer did not parse.
     HttpResponse* invoke();
+    // The answer's bytes as invoke() reads them from a connected socket:
+    // until the announced Content-Length has arrived, else until the peer
+    // closes. Each received chunk is cut at its first NUL.
+    static std::string receive(Socket& socket);
 
     std::string host;
     unsigned short port;

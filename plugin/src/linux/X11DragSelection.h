@@ -37,6 +37,9 @@ public:
     // Gives up the selection, so the same drag cannot be read again.
     void clear();
 
+    // The local paths in a "text/uri-list" text, filtered as items() does.
+    static std::vector<std::string> pathsFromUriList(const std::string& text, bool allowDirectories);
+
 private:
     enum class Answer { Data, Refused, TimedOut };
 
@@ -47,7 +50,6 @@ private:
     // XEvent, given as void* to keep Xlib out of this header) or the
     // deadline passes.
     bool waitFor(const std::function<bool(const void* event)>& wanted, void* event);
-    static std::vector<std::string> pathsFromUriList(const std::string& text, bool allowDirectories);
 
     Display* _display = nullptr;
     unsigned long _window = 0;
