@@ -2,13 +2,27 @@
  * macOS classes link into the GNUstep test programs. Each answers as the
  * framework does when it has nothing to say: the callers' failure paths
  * are what runs here. */
+#include "FrameworkStubs.h"
+
 #include <Carbon/Carbon.h>
 
-enum { kUndefinedSelector = -5551, kProcessNotFound = -600 };
+enum { kUndefinedSelector = -5551, kProcessNotFound = -600, kMaxGestaltAnswers = 8 };
+
+static CorvaneGestaltAnswer gestaltAnswers[kMaxGestaltAnswers];
+static int gestaltAnswerCount;
+
+void corvaneSetGestaltAnswers(const CorvaneGestaltAnswer* answers, int count) {
+    gestaltAnswerCount = 0;
+    for (int i = 0; i < count && i < kMaxGestaltAnswers; ++i)
+        gestaltAnswers[gestaltAnswerCount++] = answers[i];
+}
 
 OSErr Gestalt(OSType selector, SInt32* response) {
-    (void)selector;
-    (void)response;
+    for (int i = 0; i < gestaltAnswerCount; ++i) {
+        if (gestaltAnswers[i].selector != selector) continue;
+        if (gestaltAnswers[i].status == noErr) *response = gestaltAnswers[i].value;
+        return gestaltAnswers[i].status;
+    }
     return kUndefinedSelector;
 }
 
