@@ -62,11 +62,15 @@ NSWindow* makeMainWindow() {
 
 // Plays the user who dismisses the time-out alert. GNUstep runs a sheet as
 // a modal session of its own (a Mac does not block there), so the test
-// ends it once it is up and counts it.
+// ends it once it is up and counts it. Given a tick count, it also plays
+// the plug-in that closes whichever panel shows, at that tick.
 @interface AlertDismisser : NSObject {
 @public
     int alerts;
     NSWindow* lastDismissed;
+    int ticks;
+    int closeAtTick;
+    int closes;
 }
 - (void)check:(NSTimer*)timer;
 @end
@@ -74,6 +78,10 @@ NSWindow* makeMainWindow() {
 @implementation AlertDismisser
 - (void)check:(NSTimer*)timer {
     (void)timer;
+    if (++ticks == closeAtTick && Kestrix::Web::PlatformUtils::isSaveDialogOpen(nullptr)) {
+        ++closes;
+        Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
+    }
     NSWindow* modal = [NSApp modalWindow];
     if (!modal || [modal isKindOfClass:[NSSavePanel class]]) {
         lastDismissed = nil;
@@ -126,6 +134,29 @@ TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
     [user invalidate];
     [dismisser release];
     [browserWindow close];
+}
+
+TEST(MacPanels, OtherBrowsersGetNoGuardAndThePanelEndsWhenClosedFromOutside) {
+    AlertDismisser* closer = [[AlertDismisser alloc] init];
+    closer->closeAtTick = 12;  // well past the second the guard would take
+    NSTimer* plugin = [NSTimer timerWithTimeInterval:0.2
+                                              target:closer
+                                            selector:@selector(check:)
+                                            userInfo:nil
+                                             repeats:YES];
+    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
+        [[NSRunLoop currentRunLoop] addTimer:plugin forMode:mode];
+    Observed<MacOpenFileDialogImpl> dialog("", false, false, "", false, "chrome");
+    dialog.setTimeout(1);
+    EXPECT_TRUE(dialog.doShow().empty());
+    EXPECT_EQ(IDialogImpl::kStateAborted, dialog.state());
+    EXPECT_EQ(0, dialog.timeouts);
+    EXPECT_EQ(1, closer->closes);
+    EXPECT_EQ(0, closer->alerts);
+    [plugin invalidate];
+    [closer release];
+    // Closing from outside ends the run only; the panel itself is left.
+    [static_cast<NSSavePanel*>(dialog.systemDialog()) close];
 }
 
 TEST(MacUtils, AllowedTypesTakeEachExtensionOnceWithItsUpperCaseTwin) {
