@@ -107,7 +107,7 @@ TEST(CocoaEventAction, EachCocoaEventTypeHasItsAction) {
         {NPCocoaEventWindowFocusChanged, 1, A::kNotHandled, false},
         {NPCocoaEventScrollWheel, 0, A::kHighlight, false},
         {NPCocoaEventTextInput, 0, A::kNotHandled, false},
-        {static_cast<NPCocoaEventType>(99), 0, A::kNotHandled, false},
+        {static_cast<NPCocoaEventType>(0), 0, A::kNotHandled, false},  // no such type
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(static_cast<int>(c.type));
