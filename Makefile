@@ -125,5 +125,16 @@ format-check:
 	@[ -n "$(FORMAT_FILES)" ] || { echo "format-check: no files (not a git checkout?)" >&2; exit 1; }
 	@$(CLANG_FORMAT) --dry-run -Werror $(FORMAT_FILES) && echo "format-check: $(words $(FORMAT_FILES)) files formatted"
 
+# The macOS sources against GNUstep, in build-osx: every .mm compiled with
+# clang, and what GNUstep can run (run loops, panels) run under Xvfb.
+.PHONY: check-osx
+build-osx/build.ninja:
+	cmake -S . -B build-osx -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_OBJCXX_COMPILER=clang++ \
+	  -DCORVANE_GNUSTEP_CHECK=ON -DCORVANE_BENCH=OFF -DCORVANE_WERROR=ON $(CMAKE_FLAGS)
+
+check-osx: build-osx/build.ninja
+	cmake --build build-osx -j$(JOBS) --target corvane_osx_compile osx_tests
+	ctest --test-dir build-osx -L osx $(CTEST_FLAGS)
+
 clean:
-	rm -rf build build-asan build-tsan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz build-osx

@@ -16,12 +16,8 @@
 
 using Kestrix::Web::cvCorvaneWebPlugin;
 
-const char* const CW_MimeDescription = "application/x-corvane-web::Corvane Web";
-
 namespace {
 
-const char* const kPluginName = "Corvane Web";
-const char* const kPluginDescription = "Corvane Web 3.5.2.94907";
 const uint16_t kPluginTableVersion = 27;
 const int32_t kWriteReadyBytes = 0x0FFFFFFF;
 
@@ -36,29 +32,9 @@ cvCorvaneWebPlugin* pluginOf(NPP npp) {
 
 }  // namespace
 
-// ---- Library entry points ----
+// ---- Library start and end, shared by the platforms' NP_* exports ----
 
-const char* NP_GetMIMEDescription(void) {
-    traceEntry("NP_GetMIMEDescription()");
-    return CW_MimeDescription;
-}
-
-NPError NP_GetValue(void*, NPPVariable variable, void* value) {
-    traceEntry("NP_GetValue()");
-    if (!value) return NPERR_INVALID_PARAM;
-    switch (variable) {
-        case NPPVpluginNameString:
-            *static_cast<const char**>(value) = kPluginName;
-            return NPERR_NO_ERROR;
-        case NPPVpluginDescriptionString:
-            *static_cast<const char**>(value) = kPluginDescription;
-            return NPERR_NO_ERROR;
-        default:
-            return NPERR_INVALID_PARAM;
-    }
-}
-
-NPError NP_Initialize(NPNetscapeFuncs* browserFuncs, NPPluginFuncs* pluginFuncs) {
+void CW_Initialize(NPNetscapeFuncs* browserFuncs) {
     cv_time_init();
     try {
         Kestrix::Web::Utils::logInit();
@@ -69,23 +45,12 @@ NPError NP_Initialize(NPNetscapeFuncs* browserFuncs, NPPluginFuncs* pluginFuncs)
     cv_dbg("CW_PopulateNetscapeFunctionTable()");
     CW_PopulateNetscapeFunctionTable(browserFuncs);
     Kestrix::Web::RunnableScheduler::init();
-    // The Unix hosts hand over their plug-in table here and never ask for
-    // the entry points separately.
-    return CW_PopulatePluginFunctionTable(pluginFuncs);
 }
 
-NPError NP_GetEntryPoints(NPPluginFuncs* pluginFuncs) {
-    traceEntry("NP_GetEntryPoints()");
-    return CW_PopulatePluginFunctionTable(pluginFuncs);
-}
-
-NPError NP_Shutdown(void) {
-    // The Linux host never calls this: nothing may depend on it. The log
-    // loses nothing without it, since every line is written at once.
+void CW_Shutdown() {
     cv_log("Shutting down Corvane Web Gecko plugin");
     Kestrix::Web::RunnableScheduler::cleanup();
     Kestrix::Web::Utils::logCleanup();
-    return NPERR_NO_ERROR;
 }
 
 NPError CW_PopulatePluginFunctionTable(NPPluginFuncs* pluginFuncs) {
@@ -196,7 +161,7 @@ NPError NPP_New(NPMIMEType, NPP npp, uint16_t, int16_t argc, char* argn[], char*
     npp->pdata = plugin;
 
     // On refusal the instance stays: the browser destroys it.
-    NPError error = CW_WindowlessSupportedCheck(npp);
+    NPError error = CW_PlatformModelCheck(npp);
     if (error != NPERR_NO_ERROR) return error;
     cv_dbg("NPP_New() - done");
     return NPERR_NO_ERROR;

@@ -10,13 +10,24 @@
 
 #include "npfunctions.h"
 
-// The MIME description in the Unix form "type:extensions:description".
+// The MIME description in the platform's form (on Unix
+// "type:extensions:description").
 extern const char* const CW_MimeDescription;
 
+// What NP_Initialize and NP_Shutdown do on every platform: the log, the
+// browser's table and the runnable scheduler.
+void CW_Initialize(NPNetscapeFuncs* browserFuncs);
+void CW_Shutdown();
 NPError CW_PopulatePluginFunctionTable(NPPluginFuncs* pluginFuncs);
 // Windowless drawing, and transparency as the element asked: 0 when the
 // browser agreed, else the browser's error.
 NPError CW_WindowlessSupportedCheck(NPP npp);
+// The CoreGraphics drawing model and the Cocoa event model, in that order:
+// 0 when the browser agreed (or answered a plain no), else its error.
+NPError CW_CocoaEventsSupportedCheck(NPP npp);
+// The platform's drawing and event models, negotiated by NPP_New once the
+// instance exists: windowless on Unix, Cocoa on macOS.
+NPError CW_PlatformModelCheck(NPP npp);
 // window.location.hostname of the page, "localhost" when it is empty.
 std::string CW_GetPageHostname(NPP npp);
 

@@ -239,6 +239,63 @@ typedef enum {
 
 typedef enum { NPEventModelCarbon = 0, NPEventModelCocoa = 1 } NPEventModel;
 
+/* The Cocoa event model's events. Plain C, so every build can read them. */
+typedef enum {
+    NPCocoaEventDrawRect = 1,
+    NPCocoaEventMouseDown,
+    NPCocoaEventMouseUp,
+    NPCocoaEventMouseMoved,
+    NPCocoaEventMouseEntered,
+    NPCocoaEventMouseExited,
+    NPCocoaEventMouseDragged,
+    NPCocoaEventKeyDown,
+    NPCocoaEventKeyUp,
+    NPCocoaEventFlagsChanged,
+    NPCocoaEventFocusChanged,
+    NPCocoaEventWindowFocusChanged,
+    NPCocoaEventScrollWheel,
+    NPCocoaEventTextInput
+} NPCocoaEventType;
+
+typedef struct _NPNSString NPNSString;
+
+typedef struct _NPCocoaEvent {
+    NPCocoaEventType type;
+    uint32_t version;
+    union {
+        struct {
+            uint32_t modifierFlags;
+            double pluginX;
+            double pluginY;
+            int32_t buttonNumber;
+            int32_t clickCount;
+            double deltaX;
+            double deltaY;
+            double deltaZ;
+        } mouse;
+        struct {
+            uint32_t modifierFlags;
+            NPNSString* characters;
+            NPNSString* charactersIgnoringModifiers;
+            NPBool isARepeat;
+            uint16_t keyCode;
+        } key;
+        struct {
+            void* context; /* the CGContextRef to paint into */
+            double x;
+            double y;
+            double width;
+            double height;
+        } draw;
+        struct {
+            NPBool hasFocus;
+        } focus;
+        struct {
+            NPNSString* text;
+        } text;
+    } data;
+} NPCocoaEvent;
+
 /* ---- Variable selectors ----------------------------------------------- */
 
 /* Selectors that pass C++ interface pointers carry this bit on Unix

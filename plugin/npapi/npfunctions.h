@@ -237,14 +237,24 @@ typedef struct _NPNetscapeFuncs {
 
 typedef const char* (*NP_GetMIMEDescriptionFunc)(void);
 typedef NPError (*NP_GetValueFunc)(void* future, NPPVariable variable, void* value);
+#if defined(XP_MACOSX)
+/* The Mac form takes the browser's table only; the plug-in's comes from
+ * NP_GetEntryPoints. */
+typedef NPError (*NP_InitializeFunc)(NPNetscapeFuncs* browserFuncs);
+#else
 /* The Unix form takes both tables: the plug-in fills its own here. */
 typedef NPError (*NP_InitializeFunc)(NPNetscapeFuncs* browserFuncs, NPPluginFuncs* pluginFuncs);
+#endif
 typedef NPError (*NP_GetEntryPointsFunc)(NPPluginFuncs* pluginFuncs);
 typedef NPError (*NP_ShutdownFunc)(void);
 
 NP_EXPORT_VISIBILITY const char* NP_GetMIMEDescription(void);
 NP_EXPORT_VISIBILITY NPError NP_GetValue(void* future, NPPVariable variable, void* value);
+#if defined(XP_MACOSX)
+NP_EXPORT_VISIBILITY NPError NP_Initialize(NPNetscapeFuncs* browserFuncs);
+#else
 NP_EXPORT_VISIBILITY NPError NP_Initialize(NPNetscapeFuncs* browserFuncs, NPPluginFuncs* pluginFuncs);
+#endif
 NP_EXPORT_VISIBILITY NPError NP_GetEntryPoints(NPPluginFuncs* pluginFuncs);
 NP_EXPORT_VISIBILITY NPError NP_Shutdown(void);
 

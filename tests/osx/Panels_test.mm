@@ -1,0 +1,193 @@
+// The Mac panels in real GNUstep modal runs under Xvfb: the guard timer
+// ends each run as aborted, and the window-list questions see the panel
+// while it shows.
+#import "MacOpenFileDialogImpl.h"
+#import "MacSaveFileDialogImpl.h"
+#import "MacUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "FileType.h"
+#include "PlatformUtils.h"
+
+namespace {
+
+using namespace Kestrix::Web;
+
+// Notes what the window list says at the moment the guard fires.
+template <typename Panel>
+class Observed : public Panel {
+public:
+    using Panel::Panel;
+    void doOnTimeout() override {
+        ++timeouts;
+        anyOpenAtTimeout = PlatformUtils::isSaveDialogOpen(nullptr);
+        thisOpenAtTimeout = PlatformUtils::isSaveDialogOpen(this->systemDialog());
+        Panel::doOnTimeout();
+    }
+    int timeouts = 0;
+    bool anyOpenAtTimeout = false;
+    bool thisOpenAtTimeout = false;
+};
+
+struct PanelCase {
+    const char* name;
+    std::function<std::unique_ptr<IDialogImpl>()> make;
+};
+
+template <typename Panel>
+void expectEndedByGuard(IDialogImpl* dialog) {
+    auto* observed = static_cast<Observed<Panel>*>(dialog);
+    EXPECT_EQ(1, observed->timeouts);
+    EXPECT_TRUE(observed->anyOpenAtTimeout);
+    EXPECT_TRUE(observed->thisOpenAtTimeout);
+}
+
+// The browser's main window, which the time-out sheet attaches to.
+NSWindow* makeMainWindow() {
+    NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 400, 300)
+                                                   styleMask:NSTitledWindowMask
+                                                     backing:NSBackingStoreBuffered
+                                                       defer:NO];
+    [window makeKeyAndOrderFront:nil];
+    [window makeMainWindow];
+    return window;
+}
+
+}  // namespace
+
+// Plays the user who dismisses the time-out alert. GNUstep runs a sheet as
+// a modal session of its own (a Mac does not block there), so the test
+// ends it once it is up and counts it. Given a tick count, it also plays
+// the plug-in that closes whichever panel shows, at that tick.
+@interface AlertDismisser : NSObject {
+@public
+    int alerts;
+    NSWindow* lastDismissed;
+    int ticks;
+    int closeAtTick;
+    int closes;
+}
+- (void)check:(NSTimer*)timer;
+@end
+
+@implementation AlertDismisser
+- (void)check:(NSTimer*)timer {
+    (void)timer;
+    if (++ticks == closeAtTick && Kestrix::Web::PlatformUtils::isSaveDialogOpen(nullptr)) {
+        ++closes;
+        Kestrix::Web::PlatformUtils::closeSaveDialog(nullptr);
+    }
+    NSWindow* modal = [NSApp modalWindow];
+    if (!modal || [modal isKindOfClass:[NSSavePanel class]]) {
+        lastDismissed = nil;
+    } else if (modal != lastDismissed) {
+        // An abort takes a turn to end the session; count each alert once.
+        ++alerts;
+        lastDismissed = modal;
+        Kestrix::Web::MacUtils::abortModal();
+    }
+}
+@end
+
+namespace {
+
+TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
+    NSWindow* browserWindow = makeMainWindow();
+    AlertDismisser* dismisser = [[AlertDismisser alloc] init];
+    NSTimer* user = [NSTimer timerWithTimeInterval:0.2
+                                            target:dismisser
+                                          selector:@selector(check:)
+                                          userInfo:nil
+                                           repeats:YES];
+    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
+        [[NSRunLoop currentRunLoop] addTimer:user forMode:mode];
+    using Open = Observed<MacOpenFileDialogImpl>;
+    using Save = Observed<MacSaveFileDialogImpl>;
+    const PanelCase cases[] = {
+        {"open files, safari",
+         [] {
+             return std::make_unique<Open>(
+                 "Pick", false, true, "[{\"filter_name\":\"T\",\"extensions\":[\"txt\"]}]", false, "safari");
+         }},
+        {"folder, firefox", [] { return std::make_unique<Open>("", true, false, "", true, "firefox"); }},
+        {"save, safari", [] { return std::make_unique<Save>("Save", "report.pdf", "", "safari"); }},
+    };
+    for (const PanelCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<IDialogImpl> dialog = c.make();
+        dialog->setTimeout(1);
+        EXPECT_EQ(IDialogImpl::kStateNotShown, dialog->state());
+        EXPECT_TRUE(dialog->doShow().empty());
+        EXPECT_EQ(IDialogImpl::kStateAborted, dialog->state());
+        if (std::string(c.name).rfind("save", 0) == 0)
+            expectEndedByGuard<MacSaveFileDialogImpl>(dialog.get());
+        else
+            expectEndedByGuard<MacOpenFileDialogImpl>(dialog.get());
+        EXPECT_FALSE(PlatformUtils::isSaveDialogOpen(nullptr)) << "the panel went with its run";
+    }
+    EXPECT_EQ(3, dismisser->alerts) << "one time-out alert per panel";
+    [user invalidate];
+    [dismisser release];
+    [browserWindow close];
+}
+
+TEST(MacPanels, OtherBrowsersGetNoGuardAndThePanelEndsWhenClosedFromOutside) {
+    AlertDismisser* closer = [[AlertDismisser alloc] init];
+    closer->closeAtTick = 12;  // well past the second the guard would take
+    NSTimer* plugin = [NSTimer timerWithTimeInterval:0.2
+                                              target:closer
+                                            selector:@selector(check:)
+                                            userInfo:nil
+                                             repeats:YES];
+    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
+        [[NSRunLoop currentRunLoop] addTimer:plugin forMode:mode];
+    Observed<MacOpenFileDialogImpl> dialog("", false, false, "", false, "chrome");
+    dialog.setTimeout(1);
+    EXPECT_TRUE(dialog.doShow().empty());
+    EXPECT_EQ(IDialogImpl::kStateAborted, dialog.state());
+    EXPECT_EQ(0, dialog.timeouts);
+    EXPECT_EQ(1, closer->closes);
+    EXPECT_EQ(0, closer->alerts);
+    [plugin invalidate];
+    [closer release];
+    // Closing from outside ends the run only; the panel itself is left.
+    [static_cast<NSSavePanel*>(dialog.systemDialog()) close];
+}
+
+TEST(MacUtils, AllowedTypesTakeEachExtensionOnceWithItsUpperCaseTwin) {
+    const struct {
+        std::vector<FileType> types;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {{FileType("Images", {"jpg", "JPG", "png"})}, {"jpg", "JPG", "png", "PNG"}},
+        {{FileType("All", {"*"}), FileType("Text", {"txt"})}, {"txt", "TXT"}},
+        {{FileType("All", {"*"})}, {}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.expected, PlatformUtils::createFileTypes(c.types));
+}
+
+TEST(MacUtils, UserFoldersComeFromTheSystemLookUpUnderHome) {
+    const std::string home = getenv("HOME");
+    const struct {
+        int (*lookUp)(std::string&);
+        const char* ending;
+    } cases[] = {
+        {&PlatformUtils::userAppDataFolder, ""},
+        {&PlatformUtils::userLogsFolder, "/Logs"},
+        {&PlatformUtils::userPluginFolder, "/Internet Plug-Ins"},
+    };
+    for (const auto& c : cases) {
+        std::string folder;
+        ASSERT_EQ(0, c.lookUp(folder));
+        SCOPED_TRACE(folder);
+        EXPECT_EQ(0u, folder.rfind(home + "/", 0));
+        EXPECT_EQ(folder.size() - strlen(c.ending), folder.rfind(c.ending));
+    }
+}
+
+}  // namespace
