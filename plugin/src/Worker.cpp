@@ -42,6 +42,9 @@ int Worker::start()
     _started = true;
     const int code = cv_thread_spawn(_thread.get(), threadEntry, this);
     if (code != 0) {
+        // No thread runs: there is nothing to join, and nothing that a
+        // destructor would have to wait for.
+        _started = false;
         throw SystemException("Failed to spawn thread: " + Utils::errorCodeToStr(code) + " (" +
                               std::to_string(code) + ")");
     }

@@ -1,8 +1,11 @@
 #include "RequestWorker.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -17,6 +20,8 @@
 #include "LogCapture.h"
 #include "Messages.h"
 #include "SimClientFixture.h"
+#include "SystemException.h"
+#include "TransfersPoller.h"
 #include "Utils.h"
 
 using CorvaneTest::LogCapture;
@@ -26,7 +31,10 @@ using Kestrix::Web::HttpResponse;
 using Kestrix::Web::kContentTypeJson;
 using Kestrix::Web::kErrorKestrixRequest;
 using Kestrix::Web::RequestWorker;
+using Kestrix::Web::SystemException;
+using Kestrix::Web::TransfersPoller;
 using Kestrix::Web::Utils;
+using Kestrix::Web::Worker;
 
 namespace {
 
@@ -279,6 +287,54 @@ TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
     log.clear();
     worker.stop();
     EXPECT_EQ(std::vector<std::string>{"DBG RequestWorker::stop() - done?=1"}, log.all());
+}
+
+// In a child process that may not start any more threads (no processes
+// left under RLIMIT_NPROC, for a user other than root): start() must report
+// the failure, and stopping, joining and deleting the worker must go through
+// as for one that never started. Exits 0 when all of that holds.
+void startWithoutThreads(Worker* (*make)())
+{
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+        fprintf(stderr, "cannot leave root\n");
+        _exit(3);
+    }
+    const rlimit none{0, 0};
+    if (setrlimit(RLIMIT_NPROC, &none) != 0) {
+        fprintf(stderr, "cannot limit threads\n");
+        _exit(3);
+    }
+    Worker* worker = make();
+    try {
+        worker->start();
+        fprintf(stderr, "a thread started\n");
+        _exit(4);
+    } catch (const SystemException& e) {
+        fprintf(stderr, "%s\n", e.what());
+    }
+    worker->stop();
+    worker->join();
+    delete worker;
+    fprintf(stderr, "torn down\n");
+    _exit(0);
+}
+
+TEST(WorkerStartFailure, IsReportedAndLeavesTeardownClean)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    struct Case {
+        const char* name;
+        Worker* (*make)();
+    };
+    const Case cases[] = {
+        {"request worker", [] { return static_cast<Worker*>(new RequestWorker()); }},
+        {"transfers poller", [] { return static_cast<Worker*>(new TransfersPoller(10)); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EXIT(startWithoutThreads(c.make), ::testing::ExitedWithCode(0),
+                    "Failed to spawn thread: Resource temporarily unavailable \\(11\\)\ntorn down");
+    }
 }
 
 }  // namespace
