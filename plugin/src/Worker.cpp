@@ -24,7 +24,9 @@ void* threadEntry(void* arg)
 int start_helper(Worker* worker)
 {
     CVAutoreleasePool pool;
+    HttpAbort::setForThisThread(&worker->_exchanges);
     worker->run();
+    HttpAbort::setForThisThread(nullptr);
     return 0;
 }
 

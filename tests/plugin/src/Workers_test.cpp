@@ -289,6 +289,63 @@ TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
     EXPECT_EQ(std::vector<std::string>{"DBG RequestWorker::stop() - done?=1"}, log.all());
 }
 
+// Removing a plug-in instance stops and joins its workers on the browser's
+// thread: whatever a worker is waiting for, it must end at once. The bound
+// only separates "at once" from the pause (20 s here) and the receive
+// time-out (30 s); what it really costs is measured in bench/.
+TEST_F(RequestWorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
+    ASSERT_TRUE(startSim({"--mode", "hang"})) << _sim.error();
+    struct Case {
+        const char* name;
+        std::function<Worker*()> startWaiting;
+    };
+    const Case cases[] = {
+        {"poller in its pause",
+         [] {
+             auto* poller = new TransfersPoller(20000);
+             poller->start();
+             return poller;
+         }},
+        {"poller waiting for an answer",
+         [this] {
+             auto* poller = new TransfersPoller(0);
+             poller->start();
+             EXPECT_TRUE(waitForRequests("/v4/transfers/activity", 1));
+             return poller;
+         }},
+        {"request worker asking whether the client runs",
+         [this] {
+             auto* worker = new RequestWorker();
+             worker->start();
+             worker->addRequest(get("/never-sent"));
+             EXPECT_TRUE(waitForRequests("/v4/kestrix/version", 1));
+             return worker;
+         }},
+        {"request worker waiting for its answer",
+         [this] {
+             EXPECT_TRUE(_sim.control("mode=hang&path=/stalled"));
+             auto* worker = new RequestWorker();
+             worker->start();
+             worker->addRequest(get("/stalled"));
+             EXPECT_TRUE(waitForRequests("/stalled", 1));
+             return worker;
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<Worker> worker(c.startWaiting());
+        const auto before = std::chrono::steady_clock::now();
+        worker->stop();
+        worker->join();
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
+        EXPECT_TRUE(worker->isDone());
+    }
+    // The abandoned requests were deleted without their callbacks.
+    EXPECT_TRUE(_record.calls().empty());
+    EXPECT_EQ((std::vector<std::string>{"/never-sent", "/stalled"}), _record.deleted());
+    EXPECT_TRUE(requestsTo("/never-sent").empty());
+}
+
 // In a child process that may not start any more threads (no processes
 // left under RLIMIT_NPROC, for a user other than root): start() must report
 // the failure, and stopping, joining and deleting the worker must go through
