@@ -178,7 +178,7 @@ TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueu
         worker.stop();
         worker.join();
         EXPECT_TRUE(worker.isDone());
-        // The request in flight completed and was deleted, without its callback.
+        // The request in flight was abandoned and deleted, without its callback.
         EXPECT_TRUE(_record.calls().empty());
         EXPECT_EQ(std::vector<std::string>{"/slow"}, _record.deleted());
     }
