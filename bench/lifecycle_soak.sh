@@ -35,6 +35,7 @@ mkdir -p "$out" || die "cannot create $out"
 pidfile="$out/browser.pid"
 
 declare -A rss
+: > "$out/console.txt"
 "$runner" --home "$out/home" --install "$plugin" \
   --background "exec '$sim' --quiet" \
   --wait-for ".local/share/Corvane/Corvane Kestrix/var/run/http.uri" -- \
