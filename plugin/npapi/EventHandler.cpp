@@ -36,12 +36,16 @@ void EventHandler::handleEvent(NPP npp, NPObject* handler, int type, const std::
     // The page may replace or clear its event handler from inside the call,
     // which may drop the last other reference to the object being called.
     NPN_RetainObject(handler);
-    // As with callbackBrowser: the argument buffers stay with the browser,
-    // and only a non-string answer is given back.
+    // As with callbackBrowser, only a non-string answer is given back.
     if (NPN_InvokeDefault(npp, handler, args, 2, &result) && !NPVARIANT_IS_STRING(result)) {
         NPN_ReleaseVariantValue(&result);
     }
     NPN_ReleaseObject(handler);
+    // The arguments are ours: the browser copies what the page keeps. Left
+    // alone they would cost two blocks per event, and "transfer" events come
+    // every second for as long as a page has a handler.
+    NPN_ReleaseVariantValue(&args[0]);
+    NPN_ReleaseVariantValue(&args[1]);
 }
 
 void EventHandler::handleEvent(void* block) {

@@ -77,7 +77,8 @@ std::string receiveResponse(Socket& socket) {
     for (;;) {
         const int n = socket.recv(chunk, kRecvChunk);
         if (n <= 0) {
-            cv_err("recv() returned %i", n);
+            if (!HttpAbort::thisThreadAborted())  // an abandoned exchange is no failure
+                cv_err("recv() returned %i", n);
             break;
         }
         chunk[n] = '\0';
@@ -114,10 +115,48 @@ std::string receiveResponse(Socket& socket) {
     return text;
 }
 
+thread_local HttpAbort* threadAbort = nullptr;
+
 }  // namespace
 
 std::string HttpRequest::receive(Socket& socket) {
     return receiveResponse(socket);
+}
+
+void HttpAbort::abort() {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _aborted = true;
+    if (_socket) _socket->shutdown();
+}
+
+bool HttpAbort::aborted() const {
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _aborted;
+}
+
+void HttpAbort::setForThisThread(HttpAbort* abort) {
+    threadAbort = abort;
+}
+
+bool HttpAbort::thisThreadAborted() {
+    return threadAbort && threadAbort->aborted();
+}
+
+HttpAbort::Attachment::Attachment(Socket* socket) : _abort(threadAbort), _refused(false) {
+    if (!_abort) return;
+    std::lock_guard<std::mutex> lock(_abort->_mutex);
+    if (_abort->_aborted) {
+        _refused = true;
+        _abort = nullptr;
+        return;
+    }
+    _abort->_socket = socket;
+}
+
+HttpAbort::Attachment::~Attachment() {
+    if (!_abort) return;
+    std::lock_guard<std::mutex> lock(_abort->_mutex);
+    _abort->_socket = nullptr;
 }
 
 HttpRequest::HttpRequest(const std::string& host, unsigned short port)
@@ -146,8 +185,15 @@ Callback* HttpRequest::getCallback() const {
 
 HttpResponse* HttpRequest::invoke() {
     TcpSocket socket;
-    if (!socket.connect(host, port))
+    if (!socket.create()) {
+        cv_err("Failed to create TCP socket");
         return nullptr;
+    }
+    const HttpAbort::Attachment attachment(&socket);
+    if (attachment.refused()) return nullptr;
+    // An abort during the connect may come before the connection exists,
+    // when shutting it down changes nothing: look again afterwards.
+    if (!socket.connect(host, port) || HttpAbort::thisThreadAborted()) return nullptr;
 
     // Appended on every call: invoking the same request twice sends these
     // three headers twice.
@@ -181,6 +227,10 @@ HttpResponse* HttpRequest::invoke() {
         cv_err(" HttpRequest::invoke() - cv_time_gettimeofday error: %i", startCode);
 
     const std::string response = receiveResponse(socket);
+    if (HttpAbort::thisThreadAborted()) {
+        cv_dbg("HttpRequest::invoke() - %s abandoned", path.c_str());
+        return nullptr;  // whatever arrived is cut short
+    }
 
     if (startCode == 0) {
         unsigned long long micros = 0;

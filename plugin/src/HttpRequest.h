@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "Callback.h"
@@ -12,6 +13,52 @@ namespace Web {
 
 class HttpResponse;
 class Socket;
+
+// Lets one thread abandon the exchanges that another thread runs with the
+// client: a plug-in instance going away must not wait for a client that
+// answers slowly or never. abort() shuts the connection in use down, which
+// wakes a blocked connect, send or receive at once, and every exchange that
+// thread starts afterwards fails without connecting. There is no way back.
+class HttpAbort {
+public:
+    HttpAbort() = default;
+    HttpAbort(const HttpAbort&) = delete;
+    HttpAbort& operator=(const HttpAbort&) = delete;
+
+    // Any thread.
+    void abort();
+    bool aborted() const;
+
+    // The switch that the calling thread's exchanges obey; null (the
+    // default) for none. Set by a thread for itself before its first
+    // exchange.
+    static void setForThisThread(HttpAbort* abort);
+    // Whether the calling thread's switch has been thrown.
+    static bool thisThreadAborted();
+
+private:
+    friend class HttpRequest;
+    // Makes the calling thread's switch, if any, shut `socket` down when
+    // thrown, for as long as the attachment lives: it must end before the
+    // socket is closed, so that a late abort() never hits a descriptor that
+    // has been reused since. Refused once the switch has been thrown.
+    class Attachment {
+    public:
+        explicit Attachment(Socket* socket);
+        ~Attachment();
+        Attachment(const Attachment&) = delete;
+        Attachment& operator=(const Attachment&) = delete;
+        bool refused() const { return _refused; }
+
+    private:
+        HttpAbort* _abort;
+        bool _refused;
+    };
+
+    mutable std::mutex _mutex;
+    bool _aborted = false;
+    Socket* _socket = nullptr;  // the connection in use, guarded by _mutex
+};
 
 class HttpRequest {
 public:
@@ -32,7 +79,8 @@ public:
     Callback* getCallback() const;
 
     // Runs the exchange on the calling thread. The caller owns the result;
-    // null when the client could not be reached or the answer did not parse.
+    // null when the client could not be reached, the answer did not parse,
+    // or the thread's HttpAbort was thrown.
     HttpResponse* invoke();
     // The answer's bytes as invoke() reads them from a connected socket:
     // until the announced Content-Length has arrived, else until the peer

@@ -198,6 +198,9 @@ bool KestrixApp::isRunning() {
 bool KestrixApp::launch() {
     if (isRunning())
         return true;
+    // A worker that is being stopped had its question cut short: the
+    // client may well be running, and nobody waits for it any more.
+    if (HttpAbort::thisThreadAborted()) return false;
 
     const std::string path = binPath();
     if (path.empty())
@@ -238,6 +241,7 @@ bool KestrixApp::launch() {
     for (;;) {
         if (isRunning())
             break;
+        if (HttpAbort::thisThreadAborted()) return false;
         const int sleepCode = cv_thread_sleep(kLaunchPollMs);
         if (sleepCode != 0) {
             cv_err("Warning: Thread sleep failed (%d)", sleepCode);

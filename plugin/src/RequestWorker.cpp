@@ -86,6 +86,9 @@ void RequestWorker::processOneRequest()
     }
 
     if (!KestrixApp::launch()) {
+        if (HttpAbort::thisThreadAborted()) {
+            return;  // abandoned at stop(): nobody is left to tell
+        }
         cv_err("%s", kErrorKestrixRequest.c_str());
         // The page still hears of the failure, even while stopping.
         if (Callback* callback = request->getCallback()) {
@@ -97,6 +100,7 @@ void RequestWorker::processOneRequest()
     // The client may have come up on a new port since the request was made.
     request->port = KestrixApp::url().port(0);
     std::unique_ptr<HttpResponse> response(request->invoke());
+    const bool abandoned = HttpAbort::thisThreadAborted();
 
     if (Callback* callback = request->getCallback()) {
         cv_mutex_acquire(_mutex.get());
@@ -107,7 +111,7 @@ void RequestWorker::processOneRequest()
     }
     request.reset();
 
-    if (!response) {
+    if (!response && !abandoned) {
         cv_err("%s", kErrorKestrixRequest.c_str());
     }
 }
@@ -124,6 +128,9 @@ void RequestWorker::stop()
     _stopping = true;
     cv_cond_signal(_cond.get());
     cv_mutex_release(_mutex.get());
+    // Only now: a request cut short before the flag was set would still
+    // have its callback called with the failure.
+    abandonExchanges();
 }
 
 }  // namespace Web

@@ -24,7 +24,9 @@ public:
     bool isDone() const override;
     void run() override;
     // No callback starts once this returns; a callback in progress is
-    // waited for, since callbacks run with the queue lock held.
+    // waited for, since callbacks run with the queue lock held. A request
+    // in flight is abandoned: its connection is shut down, its callback
+    // dropped, so the thread ends at once.
     void stop() override;
 
     // Takes ownership of the request and its callback.

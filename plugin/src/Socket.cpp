@@ -61,6 +61,10 @@ int Socket::recv(char* buf, int len) {
     return static_cast<int>(result);
 }
 
+void Socket::shutdown() {
+    if (_fd != -1) ::shutdown(_fd, SHUT_RDWR);
+}
+
 void Socket::close() {
     if (_fd == -1)
         return;

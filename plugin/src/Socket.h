@@ -17,6 +17,10 @@ public:
     int send(const char* buf, int len);
     int recv(char* buf, int len);
     void close();
+    // Ends both directions without closing the descriptor; a call blocked
+    // in it on another thread returns at once. The caller must make sure
+    // the socket is not closed meanwhile.
+    void shutdown();
 
     bool isOpen() const { return _fd != -1; }
 

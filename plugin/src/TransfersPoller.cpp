@@ -1,6 +1,7 @@
 #include "TransfersPoller.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
@@ -122,7 +123,13 @@ void TransfersPoller::run()
         cv_dbg("%p TransferPoller::run()", static_cast<void*>(this));
     }
     while (!_stopping) {
-        cv_thread_sleep(static_cast<unsigned>(_intervalMs));
+        {
+            std::unique_lock<std::mutex> lock(_wakeMutex);
+            _wake.wait_for(lock, std::chrono::milliseconds(_intervalMs), [this] { return _stopping.load(); });
+        }
+        if (_stopping) {
+            break;
+        }
         pollOnce();
     }
     _done = true;
@@ -168,9 +175,15 @@ void TransfersPoller::stop()
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransferPoller::stop() - done?=%i", static_cast<void*>(this), static_cast<int>(_done.load()));
     }
-    if (!_done) {
+    if (_done) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(_wakeMutex);
         _stopping = true;
     }
+    _wake.notify_all();
+    abandonExchanges();
 }
 
 }  // namespace Web

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -41,8 +43,8 @@ public:
 
     bool isDone() const override;
     void run() override;
-    // No lock and no wake-up: the thread notices after at most one more
-    // pause and one more request, and drops that request's answer.
+    // Wakes the thread from its pause and abandons the request in flight,
+    // so that it ends at once; listeners are not told of anything more.
     void stop() override;
 
     int intervalMs() const { return _intervalMs; }
@@ -56,7 +58,9 @@ private:
     std::vector<TransferEventListener*> _listeners;  // guarded by _listenersMutex
     std::unique_ptr<cv_mutex_t> _listenersMutex;
     const int _intervalMs;
-    std::atomic<bool> _stopping;
+    std::atomic<bool> _stopping;  // set under _wakeMutex, so that a pause cannot miss it
+    std::mutex _wakeMutex;
+    std::condition_variable _wake;
 };
 
 }  // namespace Web

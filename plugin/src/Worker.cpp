@@ -24,7 +24,9 @@ void* threadEntry(void* arg)
 int start_helper(Worker* worker)
 {
     CVAutoreleasePool pool;
+    HttpAbort::setForThisThread(&worker->_exchanges);
     worker->run();
+    HttpAbort::setForThisThread(nullptr);
     return 0;
 }
 
@@ -42,6 +44,9 @@ int Worker::start()
     _started = true;
     const int code = cv_thread_spawn(_thread.get(), threadEntry, this);
     if (code != 0) {
+        // No thread runs: there is nothing to join, and nothing that a
+        // destructor would have to wait for.
+        _started = false;
         throw SystemException("Failed to spawn thread: " + Utils::errorCodeToStr(code) + " (" +
                               std::to_string(code) + ")");
     }

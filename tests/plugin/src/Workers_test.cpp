@@ -1,8 +1,11 @@
 #include "RequestWorker.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -17,6 +20,8 @@
 #include "LogCapture.h"
 #include "Messages.h"
 #include "SimClientFixture.h"
+#include "SystemException.h"
+#include "TransfersPoller.h"
 #include "Utils.h"
 
 using CorvaneTest::LogCapture;
@@ -26,7 +31,10 @@ using Kestrix::Web::HttpResponse;
 using Kestrix::Web::kContentTypeJson;
 using Kestrix::Web::kErrorKestrixRequest;
 using Kestrix::Web::RequestWorker;
+using Kestrix::Web::SystemException;
+using Kestrix::Web::TransfersPoller;
 using Kestrix::Web::Utils;
+using Kestrix::Web::Worker;
 
 namespace {
 
@@ -170,7 +178,7 @@ TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueu
         worker.stop();
         worker.join();
         EXPECT_TRUE(worker.isDone());
-        // The request in flight completed and was deleted, without its callback.
+        // The request in flight was abandoned and deleted, without its callback.
         EXPECT_TRUE(_record.calls().empty());
         EXPECT_EQ(std::vector<std::string>{"/slow"}, _record.deleted());
     }
@@ -279,6 +287,111 @@ TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
     log.clear();
     worker.stop();
     EXPECT_EQ(std::vector<std::string>{"DBG RequestWorker::stop() - done?=1"}, log.all());
+}
+
+// Removing a plug-in instance stops and joins its workers on the browser's
+// thread: whatever a worker is waiting for, it must end at once. The bound
+// only separates "at once" from the pause (20 s here) and the receive
+// time-out (30 s); what it really costs is measured in bench/.
+TEST_F(RequestWorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
+    ASSERT_TRUE(startSim({"--mode", "hang"})) << _sim.error();
+    struct Case {
+        const char* name;
+        std::function<Worker*()> startWaiting;
+    };
+    const Case cases[] = {
+        {"poller in its pause",
+         [] {
+             auto* poller = new TransfersPoller(20000);
+             poller->start();
+             return poller;
+         }},
+        {"poller waiting for an answer",
+         [this] {
+             auto* poller = new TransfersPoller(0);
+             poller->start();
+             EXPECT_TRUE(waitForRequests("/v4/transfers/activity", 1));
+             return poller;
+         }},
+        {"request worker asking whether the client runs",
+         [this] {
+             auto* worker = new RequestWorker();
+             worker->start();
+             worker->addRequest(get("/never-sent"));
+             EXPECT_TRUE(waitForRequests("/v4/kestrix/version", 1));
+             return worker;
+         }},
+        {"request worker waiting for its answer",
+         [this] {
+             EXPECT_TRUE(_sim.control("mode=hang&path=/stalled"));
+             auto* worker = new RequestWorker();
+             worker->start();
+             worker->addRequest(get("/stalled"));
+             EXPECT_TRUE(waitForRequests("/stalled", 1));
+             return worker;
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<Worker> worker(c.startWaiting());
+        const auto before = std::chrono::steady_clock::now();
+        worker->stop();
+        worker->join();
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
+        EXPECT_TRUE(worker->isDone());
+    }
+    // The abandoned requests were deleted without their callbacks.
+    EXPECT_TRUE(_record.calls().empty());
+    EXPECT_EQ((std::vector<std::string>{"/never-sent", "/stalled"}), _record.deleted());
+    EXPECT_TRUE(requestsTo("/never-sent").empty());
+}
+
+// In a child process that may not start any more threads (no processes
+// left under RLIMIT_NPROC, for a user other than root): start() must report
+// the failure, and stopping, joining and deleting the worker must go through
+// as for one that never started. Exits 0 when all of that holds.
+void startWithoutThreads(Worker* (*make)())
+{
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+        fprintf(stderr, "cannot leave root\n");
+        _exit(3);
+    }
+    const rlimit none{0, 0};
+    if (setrlimit(RLIMIT_NPROC, &none) != 0) {
+        fprintf(stderr, "cannot limit threads\n");
+        _exit(3);
+    }
+    Worker* worker = make();
+    try {
+        worker->start();
+        fprintf(stderr, "a thread started\n");
+        _exit(4);
+    } catch (const SystemException& e) {
+        fprintf(stderr, "%s\n", e.what());
+    }
+    worker->stop();
+    worker->join();
+    delete worker;
+    fprintf(stderr, "torn down\n");
+    _exit(0);
+}
+
+TEST(WorkerStartFailure, IsReportedAndLeavesTeardownClean)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    struct Case {
+        const char* name;
+        Worker* (*make)();
+    };
+    const Case cases[] = {
+        {"request worker", [] { return static_cast<Worker*>(new RequestWorker()); }},
+        {"transfers poller", [] { return static_cast<Worker*>(new TransfersPoller(10)); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EXIT(startWithoutThreads(c.make), ::testing::ExitedWithCode(0),
+                    "Failed to spawn thread: Resource temporarily unavailable \\(11\\)\ntorn down");
+    }
 }
 
 }  // namespace
