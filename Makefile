@@ -39,7 +39,7 @@ build-tsan/build.ninja:
 
 test-tsan: build-tsan/build.ninja
 	cmake --build build-tsan -j$(JOBS)
-	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir build-tsan $(CTEST_FLAGS)
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp ctest --test-dir build-tsan $(CTEST_FLAGS)
 
 # Every fuzz target for FUZZ_SECONDS each under ASan/UBSan (clang, libFuzzer).
 FUZZ_SECONDS ?= 60

@@ -282,6 +282,10 @@ TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
     worker.start();
     worker.join();
     EXPECT_TRUE(worker.isDone());
+    // join() leaves a thread that is done alone, and the loop says so
+    // just after it marks itself done: wait for its last line.
+    for (int i = 0; i < 500 && !log.has("DBG RequestWorker::run() - done"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_TRUE(log.has("DBG RequestWorker::run() - done"));
     // A finished loop is not stopped again.
     log.clear();

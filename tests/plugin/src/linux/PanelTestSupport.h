@@ -20,16 +20,6 @@
 #include "TempDir.h"
 #include "linux/LinuxPanelList.h"
 
-// GLib, GObject and GIO are not built with ThreadSanitizer and synchronise
-// their own threads (the child-watch worker behind GSubprocess) with futexes
-// it cannot see; what they do inside themselves is not ours to report.
-// Each test program is one file, so this is defined once per program.
-extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libglib-2.0.so.0\n"
-           "called_from_lib:libgobject-2.0.so.0\n"
-           "called_from_lib:libgio-2.0.so.0\n";
-}
-
 namespace CorvaneTest {
 
 // Calls `action` on the main context after `ms`, once; removed on
