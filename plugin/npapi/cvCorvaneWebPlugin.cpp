@@ -26,6 +26,7 @@
 #include "TransferEventHandler.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
+#include "ViewBrowser.h"
 #include "cvCorvaneWebView.h"
 #include "cv_log.h"
 
@@ -278,8 +279,9 @@ int32_t cvCorvaneWebPlugin::receiveOnStream(NPStream* stream, int32_t offset, in
 bool cvCorvaneWebPlugin::setWindow(NPWindow* window, NPP npp) {
     if (!window) return true;
     if (_view) return _view->resize(window);
+    _viewBrowser = std::make_unique<ViewBrowser>(npp);
     _view.reset(new cvCorvaneWebView());
-    _view->init(window, npp, _transparent, _dropAllowDirectories, _dropAllowMultiple);
+    _view->init(window, _viewBrowser.get(), _transparent, _dropAllowDirectories, _dropAllowMultiple);
     _view->setDelegate(this);
     // Nothing else turns events on: they reach the view from its first
     // window on.

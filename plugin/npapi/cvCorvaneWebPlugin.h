@@ -31,6 +31,7 @@ class OneShotManager;
 class PanelDialog;
 class PlugIn;
 class TransferEventHandler;
+class ViewBrowser;
 class cvCorvaneWebView;
 
 class cvCorvaneWebPlugin : public cvICorvaneWebViewDelegate {
@@ -165,6 +166,8 @@ private:
     int32_t _dropMode = 0;
     bool _dropAllowDirectories = false;
     bool _dropAllowMultiple = false;
+    // The view's way to the browser; outlives the view.
+    std::unique_ptr<ViewBrowser> _viewBrowser;
     std::unique_ptr<cvCorvaneWebView> _view;
     unsigned char* _imageData = nullptr;
     int32_t _imageSize = 0;
