@@ -26,6 +26,7 @@
 #include "TransferEventHandler.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
+#include "VariantHelpers.h"
 #include "ViewBrowser.h"
 #include "cvCorvaneWebView.h"
 #include "cv_log.h"
