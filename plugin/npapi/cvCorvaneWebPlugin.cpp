@@ -17,6 +17,8 @@
 #include "OneShotManager.h"
 #include "OpenFileDialog.h"
 #include "OpenFolderDialog.h"
+#include "PanelCall.h"
+#include "PanelDialog.h"
 #include "PathEscaper.h"
 #include "PlugIn.h"
 #include "RequestCallback.h"
@@ -583,30 +585,53 @@ std::vector<std::string> cvCorvaneWebPlugin::showModal(PanelDialog& dialog,
     return paths;
 }
 
+bool cvCorvaneWebPlugin::runPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make,
+                                  NPVariant* result) {
+    const std::shared_ptr<bool> alive = _alive;
+    std::string text;
+    const bool answered = runPanelCall(
+        kind, *_core,
+        [&]() {
+            std::unique_ptr<PanelDialog> dialog(make());
+            dialog->init(_core->hostBrowser());
+            kLastDialogOpener = this;
+            return dialog;
+        },
+        [&](PanelDialog& dialog) { return showModal(dialog, alive); }, alive, &text);
+    if (!answered) return returnNoDialog(result);
+    returnText(text, result);
+    return true;
+}
+
+bool cvCorvaneWebPlugin::startPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make,
+                                    NPObject* pageCallback, NPVariant* result) {
+    try {
+        std::unique_ptr<PanelDialog> dialog(make());
+        dialog->init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        std::unique_ptr<DialogCallback> callback(new DialogCallback(pageCallback, _npp, kind));
+        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
+        dialog.release();
+        callback.release();
+        NULL_TO_NPVARIANT(*result);
+    } catch (const std::exception& e) {
+        returnText(Json::createErrorAndLog(e, panelErrorText(kind)), result);
+    }
+    return true;
+}
+
 bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runOpenFileDialog(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 2 || !npvariantIsBoolean(args[0]) || !npvariantIsBoolean(args[1])) return false;
     const bool allowDirectories = booleanOf(args[0]);
     const bool allowMultiple = booleanOf(args[1]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFileDialog dialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // Chosen files may be read and uploaded; the download folder stays
-        // as it was.
-        PlugIn::addToApprovedFileList(paths);
-        text = PathEscaper::toColonSeparatedStr(paths);
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFileDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelOpenFile,
+        [&]() {
+            return new OpenFileDialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
+        },
+        result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -618,22 +643,13 @@ bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t 
         cv_err("runOpenFileDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<OpenFileDialog> dialog(new OpenFileDialog(getBrowserWindow(), textOf(args[0]), false,
-                                                                  booleanOf(args[1]), textOf(args[2]),
-                                                                  argCount == 5 && booleanOf(args[4])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindOpenFile));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFileDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelOpenFile,
+        [&]() {
+            return new OpenFileDialog(getBrowserWindow(), textOf(args[0]), false, booleanOf(args[1]),
+                                      textOf(args[2]), argCount == 5 && booleanOf(args[4]));
+        },
+        NPVARIANT_TO_OBJECT(args[3]), result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -641,24 +657,9 @@ bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t arg
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 1 || !npvariantIsBoolean(args[0])) return false;
     const bool allowMultiple = booleanOf(args[0]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFolderDialog dialog(getBrowserWindow(), "", allowMultiple, false);
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // The first folder becomes the one downloads may go to; nothing is
-        // approved for reading.
-        if (!paths.empty()) _core->setLastSelectedPath(paths[0]);
-        text = PathEscaper::toColonSeparatedStr(paths);
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFolderDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelOpenFolder,
+        [&]() { return new OpenFolderDialog(getBrowserWindow(), "", allowMultiple, false); }, result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFolderDialogAsync(const NPVariant* args, uint32_t argCount,
@@ -670,21 +671,13 @@ bool cvCorvaneWebPlugin::runOpenFolderDialogAsync(const NPVariant* args, uint32_
         cv_err("runOpenFolderDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<OpenFolderDialog> dialog(new OpenFolderDialog(
-            getBrowserWindow(), textOf(args[0]), booleanOf(args[1]), argCount == 4 && booleanOf(args[3])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[2]), _npp, DialogCallback::kDialogKindOpenFolder));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFolderDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelOpenFolder,
+        [&]() {
+            return new OpenFolderDialog(getBrowserWindow(), textOf(args[0]), booleanOf(args[1]),
+                                        argCount == 4 && booleanOf(args[3]));
+        },
+        NPVARIANT_TO_OBJECT(args[2]), result);
 }
 
 bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -692,26 +685,8 @@ bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCo
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 1 || !isString(args[0])) return false;
     const std::string suggestedName = textOf(args[0]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        SaveFileDialog dialog(getBrowserWindow(), "", suggestedName, "");
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // The chosen path becomes the download destination; it is not
-        // approved for reading.
-        if (!paths.empty()) {
-            _core->setLastSelectedPath(paths[0]);
-            text = paths[0];
-        }
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedSaveDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelSave, [&]() { return new SaveFileDialog(getBrowserWindow(), "", suggestedName, ""); }, result);
 }
 
 bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -722,21 +697,12 @@ bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t 
         cv_err("runSaveFileDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<SaveFileDialog> dialog(
-            new SaveFileDialog(getBrowserWindow(), textOf(args[0]), textOf(args[1]), textOf(args[2])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindSaveFile));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedSaveDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelSave,
+        [&]() {
+            return new SaveFileDialog(getBrowserWindow(), textOf(args[0]), textOf(args[1]), textOf(args[2]));
+        },
+        NPVARIANT_TO_OBJECT(args[3]), result);
 }
 
 bool cvCorvaneWebPlugin::startDownload(const NPVariant* args, uint32_t argCount, NPVariant* result) {
