@@ -17,6 +17,7 @@
 #include "OneShotManager.h"
 #include "OpenFileDialog.h"
 #include "OpenFolderDialog.h"
+#include "PageApi.h"
 #include "PanelCall.h"
 #include "PanelDialog.h"
 #include "PathEscaper.h"
@@ -114,26 +115,15 @@ bool returnDialogAlreadyOpen(NPVariant* result) {
     return true;
 }
 
-// A chunk position from the page: an int32 or a double, the double cut
-// toward zero to 64 bits, and then only the low 32 bits count (an offset
-// of 4294967296 arrives as 0, -1 as 4294967295).
+// A chunk position from the page: an int32 or a double (chunkNumberOf).
 bool chunkNumber(const NPVariant& variant, uint32_t* number) {
-    int64_t value = 0;
     if (NPVARIANT_IS_INT32(variant)) {
-        value = NPVARIANT_TO_INT32(variant);
+        *number = chunkNumberOf(static_cast<int64_t>(NPVARIANT_TO_INT32(variant)));
     } else if (NPVARIANT_IS_DOUBLE(variant)) {
-        double d = NPVARIANT_TO_DOUBLE(variant);
-        // Out of range (and NaN) gives what the processor's conversion
-        // gives, the "integer indefinite" value, instead of undefined
-        // behaviour.
-        if (d >= -9223372036854775808.0 && d < 9223372036854775808.0)
-            value = static_cast<int64_t>(d);
-        else
-            value = INT64_MIN;
+        *number = chunkNumberOf(NPVARIANT_TO_DOUBLE(variant));
     } else {
         return false;
     }
-    *number = static_cast<uint32_t>(static_cast<uint64_t>(value));
     return true;
 }
 

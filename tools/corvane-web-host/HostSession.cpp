@@ -85,22 +85,15 @@ bool callbackOf(yajl_val v, long long* id) {
     return true;
 }
 
-// A chunk position: a number, cut toward zero to 64 bits, of which only
-// the low 32 bits count, as in the plug-in.
+// A chunk position: a whole number or not (chunkNumberOf).
 bool chunkNumber(yajl_val v, uint32_t* number) {
-    int64_t value = 0;
     if (YAJL_IS_INTEGER(v)) {
-        value = YAJL_GET_INTEGER(v);
+        *number = chunkNumberOf(static_cast<int64_t>(YAJL_GET_INTEGER(v)));
     } else if (YAJL_IS_DOUBLE(v)) {
-        const double d = YAJL_GET_DOUBLE(v);
-        if (d >= -9223372036854775808.0 && d < 9223372036854775808.0)
-            value = static_cast<int64_t>(d);
-        else
-            value = INT64_MIN;
+        *number = chunkNumberOf(YAJL_GET_DOUBLE(v));
     } else {
         return false;
     }
-    *number = static_cast<uint32_t>(static_cast<uint64_t>(value));
     return true;
 }
 
