@@ -57,7 +57,7 @@ fuzz: build-fuzz/build.ninja
 # headless under Xvfb, saving the page as build/demo.png. Builds only what
 # the demo needs; DEMO_BUILD=dir uses another build folder.
 DEMO_BUILD ?= build
-DEMO_TARGETS = corvane-web corvane-browser kestrix-sim
+DEMO_TARGETS = corvane-web corvane-browser corvane-dialog kestrix-sim
 .PHONY: demo
 # BROWSER=chromium or BROWSER=firefox runs it through the extension and the
 # native-messaging host instead, headless (demo/run-webext-demo.sh).
@@ -66,8 +66,7 @@ demo: deps
 	@[ -f $(DEMO_BUILD)/build.ninja ] || \
 	  cmake -S . -B $(DEMO_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVANE_WERROR=ON $(CMAKE_FLAGS)
 ifeq ($(BROWSER),)
-	cmake --build $(DEMO_BUILD) -j$(JOBS) --target $(DEMO_TARGETS) \
-	  $$(ninja -C $(DEMO_BUILD) -t targets all 2>/dev/null | grep -q '^corvane-dialog:' && echo corvane-dialog)
+	cmake --build $(DEMO_BUILD) -j$(JOBS) --target $(DEMO_TARGETS)
 	demo/run-demo.sh $(DEMO_BUILD)
 else
 	cmake --build $(DEMO_BUILD) -j$(JOBS) --target corvane-web-host kestrix-sim

@@ -19,15 +19,15 @@ namespace Web {
 namespace {
 
 // The paths the ended dialog chose; none for a dialog of another kind.
-std::vector<std::string> chosenPaths(Runnable* dialog, DialogCallback::DialogKind_e kind) {
+std::vector<std::string> chosenPaths(Runnable* dialog, PanelKind_e kind) {
     switch (kind) {
-        case DialogCallback::kDialogKindOpenFile:
+        case kPanelOpenFile:
             if (auto* open = dynamic_cast<OpenFileDialog*>(dialog)) return open->paths();
             break;
-        case DialogCallback::kDialogKindOpenFolder:
+        case kPanelOpenFolder:
             if (auto* folder = dynamic_cast<OpenFolderDialog*>(dialog)) return folder->paths();
             break;
-        case DialogCallback::kDialogKindSaveFile:
+        case kPanelSave:
             if (auto* save = dynamic_cast<SaveFileDialog*>(dialog)) return save->paths();
             break;
     }
@@ -36,7 +36,7 @@ std::vector<std::string> chosenPaths(Runnable* dialog, DialogCallback::DialogKin
 
 }  // namespace
 
-DialogCallback::DialogCallback(NPObject* callback, NPP npp, DialogKind_e kind)
+DialogCallback::DialogCallback(NPObject* callback, NPP npp, PanelKind_e kind)
     : _callback(callback ? NPN_RetainObject(callback) : nullptr), _npp(npp), _kind(kind) {}
 
 DialogCallback::~DialogCallback() {
@@ -56,19 +56,7 @@ void DialogCallback::handleCallback(void* subject) {
         // an instance stops its dialogs before it goes, so the instance is
         // still there; its core is asked for all the same.
         auto* plugin = _npp ? static_cast<cvCorvaneWebPlugin*>(_npp->pdata) : nullptr;
-        PlugIn* core = plugin ? plugin->core() : nullptr;
-        switch (_kind) {
-            case kDialogKindOpenFile:
-                PlugIn::addToApprovedFileList(paths);
-                break;
-            case kDialogKindOpenFolder:
-                PlugIn::addToApprovedFileList(paths);
-                if (core) core->setLastSelectedPath(paths[0]);
-                break;
-            case kDialogKindSaveFile:
-                if (core) core->setLastSelectedPath(paths[0]);
-                break;
-        }
+        keepAsyncPanelChoice(_kind, plugin ? plugin->core() : nullptr, paths);
     }
 
     // Already on the main thread: the page is called now, not queued.

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "Callback.h"
+#include "PanelCall.h"
 #include "npruntime.h"
 
 namespace Kestrix {
@@ -15,10 +16,8 @@ namespace Web {
 
 class DialogCallback : public Callback {
 public:
-    enum DialogKind_e { kDialogKindOpenFile = 0, kDialogKindOpenFolder = 1, kDialogKindSaveFile = 2 };
-
     // Retains callback (which may be null: then only the bookkeeping runs).
-    DialogCallback(NPObject* callback, NPP npp, DialogKind_e kind);
+    DialogCallback(NPObject* callback, NPP npp, PanelKind_e kind);
     // Releases the page callback, whether it was called or not.
     ~DialogCallback() override;
     DialogCallback(const DialogCallback&) = delete;
@@ -31,12 +30,12 @@ public:
     // resultStr() at once.
     void handleCallback(void* dialog) override;
 
-    DialogKind_e kind() const { return _kind; }
+    PanelKind_e kind() const { return _kind; }
 
 private:
     NPObject* _callback;
     NPP _npp;
-    DialogKind_e _kind;
+    PanelKind_e _kind;
 };
 
 }  // namespace Web

@@ -8,8 +8,8 @@
 
 #include "BrowserFuncs.h"
 #include "RunnableScheduler.h"
-#include "ScriptObject.h"
 #include "Utils.h"
+#include "VariantHelpers.h"
 #include "cvCorvaneWebPlugin.h"
 #include "cv_log.h"
 #include "cv_time.h"

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "BrowserFuncs.h"
-#include "ScriptObject.h"
+#include "VariantHelpers.h"
 
 namespace Kestrix {
 namespace Web {

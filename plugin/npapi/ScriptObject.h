@@ -1,7 +1,5 @@
 // The scriptable object a page sees for each plug-in instance: its class,
-// the dispatch of method calls and properties to the instance, and the
-// conversions between browser variants and C strings that the whole
-// browser-facing layer uses.
+// and the dispatch of method calls and properties to the instance.
 #pragma once
 
 #include <functional>
@@ -46,16 +44,3 @@ bool CWScriptObjectRemoveProperty(NPObject* obj, NPIdentifier name);
 // is then true, so that the page gets a string rather than a script error.
 // Other exceptions pass through.
 bool CW_RunScriptMethod(const std::function<bool()>& call, NPVariant* result);
-
-// *variant = a string variant holding a copy of text in NPN_MemAlloc'd
-// memory, which passes to whoever owns the variant. Null text gives a
-// string variant with no characters and a null pointer.
-void CW_CharPtrToNPStringVariant(const char* text, NPVariant* variant);
-// A NUL-terminated malloc'd copy of the string's bytes; free() it.
-char* CW_NPStringToCharPtr(const NPString& npString);
-// The same as a std::string, for callers that do not keep C strings.
-std::string CW_NPStringToString(const NPString& npString);
-// window.JSON.stringify(object), the page's own serialisation. The result
-// variant is the caller's to release (a string when the page's JSON
-// succeeded).
-NPVariant CW_JsonToString(NPP npp, NPObject* object);

@@ -1,7 +1,7 @@
 #include "StringCallbackMessage.h"
 
 #include "BrowserFuncs.h"
-#include "ScriptObject.h"
+#include "VariantHelpers.h"
 #include "cv_log.h"
 
 namespace Kestrix {

@@ -17,6 +17,9 @@
 #include "OneShotManager.h"
 #include "OpenFileDialog.h"
 #include "OpenFolderDialog.h"
+#include "PageApi.h"
+#include "PanelCall.h"
+#include "PanelDialog.h"
 #include "PathEscaper.h"
 #include "PlugIn.h"
 #include "RequestCallback.h"
@@ -26,6 +29,8 @@
 #include "TransferEventHandler.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
+#include "VariantHelpers.h"
+#include "ViewBrowser.h"
 #include "cvCorvaneWebView.h"
 #include "cv_log.h"
 
@@ -110,26 +115,15 @@ bool returnDialogAlreadyOpen(NPVariant* result) {
     return true;
 }
 
-// A chunk position from the page: an int32 or a double, the double cut
-// toward zero to 64 bits, and then only the low 32 bits count (an offset
-// of 4294967296 arrives as 0, -1 as 4294967295).
+// A chunk position from the page: an int32 or a double (chunkNumberOf).
 bool chunkNumber(const NPVariant& variant, uint32_t* number) {
-    int64_t value = 0;
     if (NPVARIANT_IS_INT32(variant)) {
-        value = NPVARIANT_TO_INT32(variant);
+        *number = chunkNumberOf(static_cast<int64_t>(NPVARIANT_TO_INT32(variant)));
     } else if (NPVARIANT_IS_DOUBLE(variant)) {
-        double d = NPVARIANT_TO_DOUBLE(variant);
-        // Out of range (and NaN) gives what the processor's conversion
-        // gives, the "integer indefinite" value, instead of undefined
-        // behaviour.
-        if (d >= -9223372036854775808.0 && d < 9223372036854775808.0)
-            value = static_cast<int64_t>(d);
-        else
-            value = INT64_MIN;
+        *number = chunkNumberOf(NPVARIANT_TO_DOUBLE(variant));
     } else {
         return false;
     }
-    *number = static_cast<uint32_t>(static_cast<uint64_t>(value));
     return true;
 }
 
@@ -278,8 +272,9 @@ int32_t cvCorvaneWebPlugin::receiveOnStream(NPStream* stream, int32_t offset, in
 bool cvCorvaneWebPlugin::setWindow(NPWindow* window, NPP npp) {
     if (!window) return true;
     if (_view) return _view->resize(window);
+    _viewBrowser = std::make_unique<ViewBrowser>(npp);
     _view.reset(new cvCorvaneWebView());
-    _view->init(window, npp, _transparent, _dropAllowDirectories, _dropAllowMultiple);
+    _view->init(window, _viewBrowser.get(), _transparent, _dropAllowDirectories, _dropAllowMultiple);
     _view->setDelegate(this);
     // Nothing else turns events on: they reach the view from its first
     // window on.
@@ -580,30 +575,53 @@ std::vector<std::string> cvCorvaneWebPlugin::showModal(PanelDialog& dialog,
     return paths;
 }
 
+bool cvCorvaneWebPlugin::runPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make,
+                                  NPVariant* result) {
+    const std::shared_ptr<bool> alive = _alive;
+    std::string text;
+    const bool answered = runPanelCall(
+        kind, *_core,
+        [&]() {
+            std::unique_ptr<PanelDialog> dialog(make());
+            dialog->init(_core->hostBrowser());
+            kLastDialogOpener = this;
+            return dialog;
+        },
+        [&](PanelDialog& dialog) { return showModal(dialog, alive); }, alive, &text);
+    if (!answered) return returnNoDialog(result);
+    returnText(text, result);
+    return true;
+}
+
+bool cvCorvaneWebPlugin::startPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make,
+                                    NPObject* pageCallback, NPVariant* result) {
+    try {
+        std::unique_ptr<PanelDialog> dialog(make());
+        dialog->init(_core->hostBrowser());
+        kLastDialogOpener = this;
+        std::unique_ptr<DialogCallback> callback(new DialogCallback(pageCallback, _npp, kind));
+        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
+        dialog.release();
+        callback.release();
+        NULL_TO_NPVARIANT(*result);
+    } catch (const std::exception& e) {
+        returnText(Json::createErrorAndLog(e, panelErrorText(kind)), result);
+    }
+    return true;
+}
+
 bool cvCorvaneWebPlugin::runOpenFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
     cv_dbg("runOpenFileDialog(): argCount=%u", argCount);
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 2 || !npvariantIsBoolean(args[0]) || !npvariantIsBoolean(args[1])) return false;
     const bool allowDirectories = booleanOf(args[0]);
     const bool allowMultiple = booleanOf(args[1]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFileDialog dialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // Chosen files may be read and uploaded; the download folder stays
-        // as it was.
-        PlugIn::addToApprovedFileList(paths);
-        text = PathEscaper::toColonSeparatedStr(paths);
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFileDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelOpenFile,
+        [&]() {
+            return new OpenFileDialog(getBrowserWindow(), "", allowDirectories, allowMultiple, "", false);
+        },
+        result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -615,22 +633,13 @@ bool cvCorvaneWebPlugin::runOpenFileDialogAsync(const NPVariant* args, uint32_t 
         cv_err("runOpenFileDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<OpenFileDialog> dialog(new OpenFileDialog(getBrowserWindow(), textOf(args[0]), false,
-                                                                  booleanOf(args[1]), textOf(args[2]),
-                                                                  argCount == 5 && booleanOf(args[4])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindOpenFile));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFileDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelOpenFile,
+        [&]() {
+            return new OpenFileDialog(getBrowserWindow(), textOf(args[0]), false, booleanOf(args[1]),
+                                      textOf(args[2]), argCount == 5 && booleanOf(args[4]));
+        },
+        NPVARIANT_TO_OBJECT(args[3]), result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -638,24 +647,9 @@ bool cvCorvaneWebPlugin::runOpenFolderDialog(const NPVariant* args, uint32_t arg
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 1 || !npvariantIsBoolean(args[0])) return false;
     const bool allowMultiple = booleanOf(args[0]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFolderDialog dialog(getBrowserWindow(), "", allowMultiple, false);
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // The first folder becomes the one downloads may go to; nothing is
-        // approved for reading.
-        if (!paths.empty()) _core->setLastSelectedPath(paths[0]);
-        text = PathEscaper::toColonSeparatedStr(paths);
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFolderDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelOpenFolder,
+        [&]() { return new OpenFolderDialog(getBrowserWindow(), "", allowMultiple, false); }, result);
 }
 
 bool cvCorvaneWebPlugin::runOpenFolderDialogAsync(const NPVariant* args, uint32_t argCount,
@@ -667,21 +661,13 @@ bool cvCorvaneWebPlugin::runOpenFolderDialogAsync(const NPVariant* args, uint32_
         cv_err("runOpenFolderDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<OpenFolderDialog> dialog(new OpenFolderDialog(
-            getBrowserWindow(), textOf(args[0]), booleanOf(args[1]), argCount == 4 && booleanOf(args[3])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[2]), _npp, DialogCallback::kDialogKindOpenFolder));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedFolderDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelOpenFolder,
+        [&]() {
+            return new OpenFolderDialog(getBrowserWindow(), textOf(args[0]), booleanOf(args[1]),
+                                        argCount == 4 && booleanOf(args[3]));
+        },
+        NPVARIANT_TO_OBJECT(args[2]), result);
 }
 
 bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -689,26 +675,8 @@ bool cvCorvaneWebPlugin::runSaveFileDialog(const NPVariant* args, uint32_t argCo
     if (Utils::isSaveDialogOpen(nullptr)) return returnNoDialog(result);
     if (argCount != 1 || !isString(args[0])) return false;
     const std::string suggestedName = textOf(args[0]);
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        SaveFileDialog dialog(getBrowserWindow(), "", suggestedName, "");
-        dialog.init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        const std::vector<std::string> paths = showModal(dialog, alive);
-        if (!*alive) return returnNoDialog(result);
-        // The chosen path becomes the download destination; it is not
-        // approved for reading.
-        if (!paths.empty()) {
-            _core->setLastSelectedPath(paths[0]);
-            text = paths[0];
-        }
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedSaveDialog.c_str(), e.what());
-        text.clear();
-    }
-    returnText(text, result);
-    return true;
+    return runPanel(
+        kPanelSave, [&]() { return new SaveFileDialog(getBrowserWindow(), "", suggestedName, ""); }, result);
 }
 
 bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t argCount, NPVariant* result) {
@@ -719,21 +687,12 @@ bool cvCorvaneWebPlugin::runSaveFileDialogAsync(const NPVariant* args, uint32_t 
         cv_err("runSaveFileDialogAsync() - invalid arguments");
         return false;
     }
-    try {
-        std::unique_ptr<SaveFileDialog> dialog(
-            new SaveFileDialog(getBrowserWindow(), textOf(args[0]), textOf(args[1]), textOf(args[2])));
-        dialog->init(_core->hostBrowser());
-        kLastDialogOpener = this;
-        std::unique_ptr<DialogCallback> callback(
-            new DialogCallback(NPVARIANT_TO_OBJECT(args[3]), _npp, DialogCallback::kDialogKindSaveFile));
-        RunnableScheduler::scheduleRunnable(_oneShotManager.get(), dialog.get(), callback.get());
-        dialog.release();
-        callback.release();
-        NULL_TO_NPVARIANT(*result);
-    } catch (const std::exception& e) {
-        returnText(Json::createErrorAndLog(e, kErrorUnexpectedSaveDialog), result);
-    }
-    return true;
+    return startPanel(
+        kPanelSave,
+        [&]() {
+            return new SaveFileDialog(getBrowserWindow(), textOf(args[0]), textOf(args[1]), textOf(args[2]));
+        },
+        NPVARIANT_TO_OBJECT(args[3]), result);
 }
 
 bool cvCorvaneWebPlugin::startDownload(const NPVariant* args, uint32_t argCount, NPVariant* result) {

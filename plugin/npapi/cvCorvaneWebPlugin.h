@@ -16,11 +16,13 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "PanelCall.h"
 #include "cvICorvaneWebViewDelegate.h"
 #include "npfunctions.h"
 
@@ -31,6 +33,7 @@ class OneShotManager;
 class PanelDialog;
 class PlugIn;
 class TransferEventHandler;
+class ViewBrowser;
 class cvCorvaneWebView;
 
 class cvCorvaneWebPlugin : public cvICorvaneWebViewDelegate {
@@ -153,6 +156,13 @@ private:
     // Shows `dialog` inside a synchronous page call. The instance may be
     // destroyed meanwhile (`alive` tells): it then closes the panel itself.
     std::vector<std::string> showModal(PanelDialog& dialog, const std::shared_ptr<bool>& alive);
+    // The two shapes of the page's panel calls; `make` makes the panel.
+    // A synchronous one answers with the choice once the panel has ended.
+    bool runPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make, NPVariant* result);
+    // An asynchronous one answers null now and the page's `pageCallback`
+    // once the panel has ended.
+    bool startPanel(PanelKind_e kind, const std::function<PanelDialog*()>& make, NPObject* pageCallback,
+                    NPVariant* result);
     // Reports the page's event `type` (EventHandler::EventType_e) in
     // "callback" drop mode when an event handler is set.
     void dropEvent(int type, const std::string& text);
@@ -165,6 +175,8 @@ private:
     int32_t _dropMode = 0;
     bool _dropAllowDirectories = false;
     bool _dropAllowMultiple = false;
+    // The view's way to the browser; outlives the view.
+    std::unique_ptr<ViewBrowser> _viewBrowser;
     std::unique_ptr<cvCorvaneWebView> _view;
     unsigned char* _imageData = nullptr;
     int32_t _imageSize = 0;

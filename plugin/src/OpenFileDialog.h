@@ -17,7 +17,7 @@ public:
                    const std::string& fileTypes, bool extended);
 
     // Creates the platform panel; always true.
-    bool init(const std::string& browserName);
+    bool init(const std::string& browserName) override;
 
 protected:
     std::string resultFor(const std::vector<std::string>& paths) const override;

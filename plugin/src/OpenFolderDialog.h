@@ -14,7 +14,7 @@ public:
     OpenFolderDialog(void* parent, const std::string& title, bool allowMultiple, bool extended);
 
     // Creates the platform panel; always true.
-    bool init(const std::string& browserName);
+    bool init(const std::string& browserName) override;
 
 protected:
     std::string resultFor(const std::vector<std::string>& paths) const override;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 namespace Kestrix {
 namespace Web {
@@ -53,6 +54,20 @@ constexpr bool namesPageMethods(const Entry (&table)[N]) {
     for (size_t i = 0; i < N; ++i)
         if (!samePageMethodName(table[i].name, kPageMethodNames[i])) return false;
     return true;
+}
+
+// A chunk position from the page, whole or not: cut toward zero to 64 bits,
+// and then only the low 32 bits count (an offset of 4294967296 arrives as
+// 0, -1 as 4294967295). Out of range (and NaN) gives what the processor's
+// conversion gives, the "integer indefinite" value, instead of undefined
+// behaviour.
+inline uint32_t chunkNumberOf(int64_t value) {
+    return static_cast<uint32_t>(static_cast<uint64_t>(value));
+}
+inline uint32_t chunkNumberOf(double value) {
+    if (value >= -9223372036854775808.0 && value < 9223372036854775808.0)
+        return chunkNumberOf(static_cast<int64_t>(value));
+    return chunkNumberOf(static_cast<int64_t>(INT64_MIN));
 }
 
 }  // namespace Web

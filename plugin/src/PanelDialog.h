@@ -38,6 +38,9 @@ public:
     // its input (and hears of its page going) while the panel shows.
     std::vector<std::string> showWithoutModality();
     std::vector<std::string> showHelper(bool withTimeout, bool modal);
+    // Makes the platform panel; the browser's name decides its time-out
+    // guard.
+    virtual bool init(const std::string& browserName) = 0;
     // The panel's platform handle, null before init.
     void* getSystemDialog() const;
     // The paths chosen at the last show.

@@ -15,7 +15,7 @@ public:
                    const std::string& fileTypes);
 
     // Creates the platform panel; always true.
-    bool init(const std::string& browserName);
+    bool init(const std::string& browserName) override;
 
 protected:
     // The chosen path as one JSON string, or null when none was chosen.

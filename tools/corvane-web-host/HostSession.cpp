@@ -16,6 +16,7 @@
 #include "OpenFileDialog.h"
 #include "OpenFolderDialog.h"
 #include "PageApi.h"
+#include "PanelCall.h"
 #include "PanelDialog.h"
 #include "PathEscaper.h"
 #include "PlugIn.h"
@@ -84,22 +85,15 @@ bool callbackOf(yajl_val v, long long* id) {
     return true;
 }
 
-// A chunk position: a number, cut toward zero to 64 bits, of which only
-// the low 32 bits count, as in the plug-in.
+// A chunk position: a whole number or not (chunkNumberOf).
 bool chunkNumber(yajl_val v, uint32_t* number) {
-    int64_t value = 0;
     if (YAJL_IS_INTEGER(v)) {
-        value = YAJL_GET_INTEGER(v);
+        *number = chunkNumberOf(static_cast<int64_t>(YAJL_GET_INTEGER(v)));
     } else if (YAJL_IS_DOUBLE(v)) {
-        const double d = YAJL_GET_DOUBLE(v);
-        if (d >= -9223372036854775808.0 && d < 9223372036854775808.0)
-            value = static_cast<int64_t>(d);
-        else
-            value = INT64_MIN;
+        *number = chunkNumberOf(YAJL_GET_DOUBLE(v));
     } else {
         return false;
     }
-    *number = static_cast<uint32_t>(static_cast<uint64_t>(value));
     return true;
 }
 
@@ -123,8 +117,6 @@ private:
     const long long _id;
 };
 
-enum PanelKind_e { kPanelOpenFile, kPanelOpenFolder, kPanelSave };
-
 // The end of an asynchronous panel, on the main thread: the same
 // bookkeeping as the plug-in's, then the page's function.
 class PanelAnswer : public Callback {
@@ -136,11 +128,7 @@ public:
         const std::string text = panel->resultStr();
         cv_dbg("PanelAnswer::handleCallback() - result=%lu resultStr=%s", panel->result(), text.c_str());
         if (panel->result() == 0) return;
-        const std::vector<std::string>& paths = panel->paths();
-        if (!paths.empty()) {
-            if (_kind != kPanelSave) PlugIn::addToApprovedFileList(paths);
-            if (_kind != kPanelOpenFile) _core.setLastSelectedPath(paths[0]);
-        }
+        keepAsyncPanelChoice(_kind, &_core, panel->paths());
         _writer.send(callbackMessage(_id, text));
     }
 
@@ -445,67 +433,49 @@ bool HostSession::queryKestrixVersion(const Call&, Answer& answer) {
 
 // ---- Panels: no parent window (the host has none to offer) ----
 
+namespace {
+// A synchronous panel, shown without modality: the host has no window of
+// the browser's to be modal to. `alive` is a copy: the session may go
+// while the panel shows.
+bool runHostPanel(PanelKind_e kind, PlugIn& core, const std::function<PanelDialog*()>& make,
+                  const std::shared_ptr<bool> alive, HostSession::Answer& answer) {
+    std::string text;
+    runPanelCall(
+        kind, core,
+        [&]() {
+            std::unique_ptr<PanelDialog> dialog(make());
+            dialog->init(core.hostBrowser());
+            return dialog;
+        },
+        [](PanelDialog& dialog) { return dialog.showWithoutModality(); }, alive, &text);
+    answer.setText(text);
+    return true;
+}
+}  // namespace
+
 bool HostSession::runOpenFileDialog(const Call& call, Answer& answer) {
     if (Utils::isSaveDialogOpen(nullptr)) return answer.setText(""), true;
     if (call.count() != 2 || !isBooleanLike(call[0]) || !isBooleanLike(call[1])) return false;
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFileDialog dialog(nullptr, "", booleanOf(call[0]), booleanOf(call[1]), "", false);
-        dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.showWithoutModality();
-        if (*alive) {
-            PlugIn::addToApprovedFileList(paths);
-            text = PathEscaper::toColonSeparatedStr(paths);
-        }
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFileDialog.c_str(), e.what());
-        text.clear();
-    }
-    answer.setText(text);
-    return true;
+    return runHostPanel(
+        kPanelOpenFile, *_core,
+        [&]() { return new OpenFileDialog(nullptr, "", booleanOf(call[0]), booleanOf(call[1]), "", false); },
+        _alive, answer);
 }
 
 bool HostSession::runOpenFolderDialog(const Call& call, Answer& answer) {
     if (Utils::isSaveDialogOpen(nullptr)) return answer.setText(""), true;
     if (call.count() != 1 || !isBooleanLike(call[0])) return false;
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        OpenFolderDialog dialog(nullptr, "", booleanOf(call[0]), false);
-        dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.showWithoutModality();
-        if (*alive) {
-            if (!paths.empty()) _core->setLastSelectedPath(paths[0]);
-            text = PathEscaper::toColonSeparatedStr(paths);
-        }
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedFolderDialog.c_str(), e.what());
-        text.clear();
-    }
-    answer.setText(text);
-    return true;
+    return runHostPanel(
+        kPanelOpenFolder, *_core,
+        [&]() { return new OpenFolderDialog(nullptr, "", booleanOf(call[0]), false); }, _alive, answer);
 }
 
 bool HostSession::runSaveFileDialog(const Call& call, Answer& answer) {
     if (Utils::isSaveDialogOpen(nullptr)) return answer.setText(""), true;
     if (call.count() != 1 || !isString(call[0])) return false;
-    const std::shared_ptr<bool> alive = _alive;
-    std::string text;
-    try {
-        SaveFileDialog dialog(nullptr, "", textOf(call[0]), "");
-        dialog.init(_core->hostBrowser());
-        const std::vector<std::string> paths = dialog.showWithoutModality();
-        if (*alive && !paths.empty()) {
-            _core->setLastSelectedPath(paths[0]);
-            text = paths[0];
-        }
-    } catch (const std::exception& e) {
-        cv_err("%s: %s", kErrorUnexpectedSaveDialog.c_str(), e.what());
-        text.clear();
-    }
-    answer.setText(text);
-    return true;
+    return runHostPanel(
+        kPanelSave, *_core, [&]() { return new SaveFileDialog(nullptr, "", textOf(call[0]), ""); }, _alive,
+        answer);
 }
 
 namespace {
@@ -539,7 +509,7 @@ bool HostSession::runOpenFileDialogAsync(const Call& call, Answer& answer) {
                       std::unique_ptr<Callback>(new PanelAnswer(_writer, *_core, kPanelOpenFile, callback)),
                       _core->hostBrowser(), answer);
     } catch (const std::exception& e) {
-        answer.setText(Json::createErrorAndLog(e, kErrorUnexpectedFileDialog));
+        answer.setText(Json::createErrorAndLog(e, panelErrorText(kPanelOpenFile)));
     }
     return true;
 }
@@ -561,7 +531,7 @@ bool HostSession::runOpenFolderDialogAsync(const Call& call, Answer& answer) {
                       std::unique_ptr<Callback>(new PanelAnswer(_writer, *_core, kPanelOpenFolder, callback)),
                       _core->hostBrowser(), answer);
     } catch (const std::exception& e) {
-        answer.setText(Json::createErrorAndLog(e, kErrorUnexpectedFolderDialog));
+        answer.setText(Json::createErrorAndLog(e, panelErrorText(kPanelOpenFolder)));
     }
     return true;
 }
@@ -582,7 +552,7 @@ bool HostSession::runSaveFileDialogAsync(const Call& call, Answer& answer) {
                       std::unique_ptr<Callback>(new PanelAnswer(_writer, *_core, kPanelSave, callback)),
                       _core->hostBrowser(), answer);
     } catch (const std::exception& e) {
-        answer.setText(Json::createErrorAndLog(e, kErrorUnexpectedSaveDialog));
+        answer.setText(Json::createErrorAndLog(e, panelErrorText(kPanelSave)));
     }
     return true;
 }

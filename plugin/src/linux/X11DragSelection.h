@@ -11,18 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "cvICorvaneWebViewDrag.h"
+
 typedef struct _XDisplay Display;
 
 namespace Kestrix {
 namespace Web {
 
-class X11DragSelection {
+class X11DragSelection : public cvICorvaneWebViewDrag {
 public:
     static const int kDefaultTimeoutMs = 2000;
 
     // `displayName` as XOpenDisplay takes it ("" or null: $DISPLAY).
     explicit X11DragSelection(const char* displayName, int timeoutMs = kDefaultTimeoutMs);
-    ~X11DragSelection();
+    ~X11DragSelection() override;
     X11DragSelection(const X11DragSelection&) = delete;
     X11DragSelection& operator=(const X11DragSelection&) = delete;
 
@@ -33,9 +35,9 @@ public:
     // `allowDirectories`; paths that do not exist are kept), else its
     // "UTF8_STRING" text as the one entry. Empty when nothing is owned,
     // offered or answered in time.
-    std::vector<std::string> items(bool allowDirectories);
+    std::vector<std::string> items(bool allowDirectories) override;
     // Gives up the selection, so the same drag cannot be read again.
-    void clear();
+    void clear() override;
 
     // The local paths in a "text/uri-list" text, filtered as items() does.
     static std::vector<std::string> pathsFromUriList(const std::string& text, bool allowDirectories);

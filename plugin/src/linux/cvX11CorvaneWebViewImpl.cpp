@@ -6,15 +6,11 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 
-#include "BrowserFuncs.h"
 #include "Messages.h"
-#include "PlugIn.h"
-#include "Utils.h"
 #include "X11DragSelection.h"
-#include "cvICorvaneWebViewDelegate.h"
+#include "cvICorvaneWebViewBrowser.h"
 #include "cv_log.h"
 
 namespace Kestrix {
@@ -72,17 +68,12 @@ NPSetWindowCallbackStruct* windowInfo(const NPWindow* window) {
 }  // namespace
 
 cvX11CorvaneWebViewImpl::~cvX11CorvaneWebViewImpl() {
-    *_alive = false;
-    _delegate = nullptr;
     if (_image) cairo_surface_destroy(_image);
 }
 
-bool cvX11CorvaneWebViewImpl::init(NPWindow* window, NPP npp, bool, bool dropAllowDirectories,
-                                   bool dropAllowMultiple) {
+bool cvX11CorvaneWebViewImpl::init(NPWindow* window, cvICorvaneWebViewBrowser* browser, bool) {
     _window = window;
-    _npp = npp;
-    _allowDirectories = dropAllowDirectories;
-    _allowMultiple = dropAllowMultiple;
+    _browser = browser;
     // The log keeps the texts it has always had, so that readers of old
     // and new logs look for the same lines.
     cv_log("cvMacCorvaneWebViewImpl::initialized");
@@ -91,11 +82,6 @@ bool cvX11CorvaneWebViewImpl::init(NPWindow* window, NPP npp, bool, bool dropAll
 
 bool cvX11CorvaneWebViewImpl::fini() {
     return true;
-}
-
-void cvX11CorvaneWebViewImpl::setDelegate(cvICorvaneWebViewDelegate* delegate) {
-    cv_log("setDelegate: %p", static_cast<void*>(delegate));
-    _delegate = delegate;
 }
 
 void cvX11CorvaneWebViewImpl::setImage(const char* data, unsigned int length) {
@@ -155,13 +141,13 @@ void cvX11CorvaneWebViewImpl::handleKeyboardEvent() {}
 // The rectangle's bottom and right are the window's height and width, not
 // its far edges: pages have always been repainted with exactly this one.
 void cvX11CorvaneWebViewImpl::invalidate() {
-    if (!_window) return;
+    if (!_window || !_browser) return;
     NPRect rect;
     rect.top = static_cast<uint16_t>(_window->y);
     rect.left = static_cast<uint16_t>(_window->x);
     rect.bottom = static_cast<uint16_t>(_window->height);
     rect.right = static_cast<uint16_t>(_window->width);
-    NPN_InvalidateRect(_npp, &rect);
+    _browser->invalidateRect(&rect);
 }
 
 // The host paints the whole exposed area into its pixmap each time and
@@ -236,99 +222,12 @@ void cvX11CorvaneWebViewImpl::paint(const NPEvent* event) {
     cairo_surface_destroy(surface);
 }
 
-void cvX11CorvaneWebViewImpl::handleDrop(const NPVariant* files) {
-    const std::shared_ptr<bool> alive = _alive;
-    std::vector<std::string> pageNames;
-    if (!readPageFiles(files, &pageNames)) return;
-
-    // The drag source belongs to the browser's X server; without one we
-    // ask the server of our environment.
+// The drag source belongs to the browser's X server; without one we ask
+// the server of our environment.
+std::unique_ptr<cvICorvaneWebViewDrag> cvX11CorvaneWebViewImpl::openDrag() {
     const NPSetWindowCallbackStruct* info = windowInfo(_window);
     Display* browserDisplay = info ? static_cast<Display*>(info->display) : nullptr;
-    X11DragSelection drag(browserDisplay ? DisplayString(browserDisplay) : nullptr);
-    const std::vector<std::string> dropped = drag.items(_allowDirectories);
-    if (dropped.empty() || !_delegate) {
-        drag.clear();
-        return;
-    }
-
-    const std::string json = Utils::createExtendedObject(dropped);
-
-    // The page names what it saw dropped. When it names as many files as
-    // the drag holds, they must be the same names, or the drag is not the
-    // one the page is talking about.
-    if (!pageNames.empty() && pageNames.size() == dropped.size() && !sameNames(pageNames, dropped)) {
-        cv_dbg("handleDrop(): Mac -> File(s) dropped and file(s) in the clipboard don't match");
-        return;
-    }
-
-    PlugIn::addToApprovedFileList(dropped);
-    _delegate->doDrop(dropped);
-    // The page heard of the drop and may have destroyed us meanwhile: then
-    // only the drag (ours, on the stack) is finished.
-    if (*alive) _delegate->doDropex(json);
-    drag.clear();
-}
-
-bool cvX11CorvaneWebViewImpl::readPageFiles(const NPVariant* files, std::vector<std::string>* names) {
-    if (!files || !NPVARIANT_IS_OBJECT(*files)) {
-        cv_dbg("handleDrop(): Mac -> No list of files provided");
-        return true;
-    }
-    cv_dbg("handleDrop(): Mac -> files provided");
-    NPObject* list = NPVARIANT_TO_OBJECT(*files);
-    const std::shared_ptr<bool> alive = _alive;
-
-    NPVariant lengthValue;
-    VOID_TO_NPVARIANT(lengthValue);
-    NPN_GetProperty(_npp, list, NPN_GetStringIdentifier("length"), &lengthValue);
-    int32_t length = 0;
-    if (NPVARIANT_IS_INT32(lengthValue)) {
-        length = NPVARIANT_TO_INT32(lengthValue);
-    } else if (NPVARIANT_IS_DOUBLE(lengthValue)) {
-        length = static_cast<int32_t>(NPVARIANT_TO_DOUBLE(lengthValue));
-    } else {
-        cv_dbg("length property is not of expetected type");
-    }
-    NPN_ReleaseVariantValue(&lengthValue);
-
-    for (int32_t i = 0; i < length; ++i) {
-        if (!*alive) return false;
-        NPVariant item;
-        VOID_TO_NPVARIANT(item);
-        NPN_GetProperty(_npp, list, NPN_GetIntIdentifier(i), &item);
-        // An entry that is not a string counts as an empty name.
-        const char* text = NPVARIANT_IS_STRING(item) ? NPVARIANT_TO_STRING(item).UTF8Characters : nullptr;
-        const uint32_t size = text ? NPVARIANT_TO_STRING(item).UTF8Length : 0;
-        // The copy is made in browser memory: a browser that is out of it
-        // abandons the whole drop.
-        char* copy = static_cast<char*>(NPN_MemAlloc(size + 1));
-        if (!copy) {
-            NPN_ReleaseVariantValue(&item);
-            return false;
-        }
-        if (size) memcpy(copy, text, size);
-        copy[size] = '\0';
-        names->emplace_back(copy, size);
-        NPN_MemFree(copy);
-        NPN_ReleaseVariantValue(&item);
-    }
-    return *alive;
-}
-
-// The page knows only the names: compare them with the last part of each
-// dropped path, in any order.
-bool cvX11CorvaneWebViewImpl::sameNames(std::vector<std::string> pageNames,
-                                        const std::vector<std::string>& dropped) {
-    std::vector<std::string> droppedNames;
-    droppedNames.reserve(dropped.size());
-    for (const std::string& path : dropped) {
-        const size_t slash = path.find_last_of("/\\");
-        droppedNames.push_back(slash == std::string::npos ? path : path.substr(slash + 1));
-    }
-    std::sort(pageNames.begin(), pageNames.end());
-    std::sort(droppedNames.begin(), droppedNames.end());
-    return pageNames == droppedNames;
+    return std::make_unique<X11DragSelection>(browserDisplay ? DisplayString(browserDisplay) : nullptr);
 }
 
 }  // namespace Web

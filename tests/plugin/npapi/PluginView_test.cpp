@@ -16,6 +16,7 @@
 #include "PlugIn.h"
 #include "PluginTestFixture.h"
 #include "TempDir.h"
+#include "ViewBrowser.h"
 #include "XvfbServer.h"
 #include "cvCorvaneWebView.h"
 #include "cvCorvaneWebViewImplFactory.h"
@@ -41,6 +42,7 @@ using Kestrix::Web::cvICorvaneWebViewDelegate;
 using Kestrix::Web::cvICorvaneWebViewImpl;
 using Kestrix::Web::cvX11CorvaneWebViewImpl;
 using Kestrix::Web::PlugIn;
+using Kestrix::Web::ViewBrowser;
 
 const int kWidth = 300;
 const int kHeight = 200;
@@ -138,8 +140,9 @@ protected:
         _window.type = NPWindowTypeDrawable;
 
         browser();  // NP_Initialize: the view's browser calls reach the fake browser
-        _view.reset(new cvX11CorvaneWebViewImpl);
-        _view->init(&_window, &_npp, false, false, false);
+        _impl = new cvX11CorvaneWebViewImpl;
+        _view.reset(new cvCorvaneWebView(std::unique_ptr<cvICorvaneWebViewImpl>(_impl)));
+        _view->init(&_window, &_viewBrowser, false, false, false);
         _view->setDelegate(&_delegate);
     }
 
@@ -242,8 +245,10 @@ protected:
     NPSetWindowCallbackStruct _info = {};
     NPWindow _window = {};
     NPP_t _npp = {};
+    ViewBrowser _viewBrowser{&_npp};
     RecordingDelegate _delegate;
-    std::unique_ptr<cvX11CorvaneWebViewImpl> _view;
+    cvX11CorvaneWebViewImpl* _impl = nullptr;  // _view's
+    std::unique_ptr<cvCorvaneWebView> _view;
     ChildProcess _drag;
     TempDir _files;
 };
@@ -391,7 +396,7 @@ TEST_F(PluginViewTest, EventTable) {
     };
     for (const Case& c : cases) {
         cvX11CorvaneWebViewImpl view;
-        view.init(&_window, &_npp, false, false, false);
+        view.init(&_window, &_viewBrowser, false);
         const int invalidated = browser().invalidateCount();
         XEvent event = {};
         event.type = c.type;
@@ -406,12 +411,12 @@ TEST_F(PluginViewTest, EventTable) {
 TEST_F(PluginViewTest, OnlyTheFocusTurnsTheFrameOff) {
     const int invalidated = browser().invalidateCount();
     EXPECT_EQ(1, send(FocusIn));
-    EXPECT_TRUE(_view->highlight());
+    EXPECT_TRUE(_impl->highlight());
     EXPECT_EQ(1, send(LeaveNotify));
     EXPECT_EQ(1, send(KeyPress));
-    EXPECT_TRUE(_view->highlight());
+    EXPECT_TRUE(_impl->highlight());
     EXPECT_EQ(1, send(FocusOut));
-    EXPECT_FALSE(_view->highlight());
+    EXPECT_FALSE(_impl->highlight());
     EXPECT_EQ(invalidated + 3, browser().invalidateCount());
     expose();
     EXPECT_EQ(kGrey, at(pixels(), 0, 0));
@@ -437,8 +442,8 @@ TEST_F(PluginViewTest, InvalidationSendsTheWindowsPositionAndSize) {
 
 TEST_F(PluginViewTest, ViewForwardsToItsImplementation) {
     cvCorvaneWebView view;
-    EXPECT_FALSE(view.init(nullptr, &_npp, false, false, false));
-    EXPECT_TRUE(view.init(&_window, &_npp, false, false, false));
+    EXPECT_FALSE(view.init(nullptr, &_viewBrowser, false, false, false));
+    EXPECT_TRUE(view.init(&_window, &_viewBrowser, false, false, false));
     EXPECT_TRUE(_log.has("LOG cvMacCorvaneWebViewImpl::initialized"));
     EXPECT_TRUE(view.resize(&_window));
     XEvent event = {};
@@ -453,7 +458,7 @@ TEST_F(PluginViewTest, ViewForwardsToItsImplementation) {
     EXPECT_EQ(0, view.handleEvent(&event));
 
     cvCorvaneWebView empty(nullptr);
-    EXPECT_FALSE(empty.init(&_window, &_npp, false, false, false));
+    EXPECT_FALSE(empty.init(&_window, &_viewBrowser, false, false, false));
     EXPECT_EQ(0, empty.handleEvent(&event));
     empty.setImage("x", 1);
     empty.handleDrop(nullptr);
@@ -553,7 +558,7 @@ TEST_F(PluginViewDropTest, FoldersAreLeftOutUnlessAllowed) {
 
     _drag.stop();
     startDrag({"--uri-list", list});
-    _view->init(&_window, &_npp, false, true, false);
+    _view->init(&_window, &_viewBrowser, false, true, false);
     _view->handleDrop(nullptr);
     ASSERT_EQ(2u, _delegate.drops.size());
     EXPECT_EQ((std::vector<std::string>{_a, _folder}), _delegate.drops[1]);

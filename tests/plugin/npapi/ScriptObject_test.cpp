@@ -13,6 +13,7 @@
 #include "BrowserFuncs.h"
 #include "PluginTestFixture.h"
 #include "TransferEventHandler.h"
+#include "VariantHelpers.h"
 
 using namespace CorvaneTest;
 
