@@ -9,11 +9,9 @@ file(GLOB CORVANE_CORE_SOURCES CONFIGURE_DEPENDS
   ${CMAKE_CURRENT_SOURCE_DIR}/src/osx/*.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/src/osx/*.mm)
 
-# The view calls the browser through the NPN_* wrappers of npapi/, which
-# the bundle links as objects, so the archive's references resolve there.
 add_library(corvane_core STATIC ${CORVANE_CORE_SOURCES})
 target_include_directories(corvane_core PUBLIC
-  ${CMAKE_CURRENT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR}/src/osx ${CMAKE_CURRENT_SOURCE_DIR}/npapi)
+  ${CMAKE_CURRENT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR}/src/osx ${CMAKE_CURRENT_SOURCE_DIR}/include)
 # The panels keep the calls the older systems need (filenames,
 # runModalForDirectory:file:), which newer SDKs mark deprecated.
 target_compile_options(corvane_core PRIVATE
