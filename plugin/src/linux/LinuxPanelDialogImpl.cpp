@@ -17,8 +17,20 @@ LinuxPanelDialogImpl::LinuxPanelDialogImpl(const char* className, const char* ki
       _kind(kind) {}
 
 std::vector<std::string> LinuxPanelDialogImpl::showPanel() {
-    return _panel.show(
-        this, panelArguments(), _modal, _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
+    const std::vector<std::string> arguments = panelArguments();
+    const int32_t guardSeconds =
+        _timeout != 0 && LinuxPanelProcess::guardsBrowser(_browserName) ? _timeout : 0;
+    _timedOut = false;
+    _state = kStateShowing;
+    std::vector<std::string> paths;
+    const int result = _panel.run(
+        this, arguments, _modal, guardSeconds, [this] { doOnTimeout(); }, paths);
+    // A panel closed from outside (its page has gone, say) tells the user
+    // nothing, even when the guard fired first.
+    if (_timedOut && !_panel.closedFromOutside()) LinuxPanelProcess::alertTimedOut();
+    _state = LinuxPanelProcess::stateForResult(result);
+    if (_state != kStateAccepted) paths.clear();
+    return paths;
 }
 
 void LinuxPanelDialogImpl::doClose() {

@@ -28,7 +28,10 @@ protected:
     LinuxPanelDialogImpl(const char* className, const char* kind, const std::string& title,
                          const std::string& fileTypes, const std::string& browserName,
                          unsigned long parentWindow);
-    // One show with panelArguments(): the chosen paths of an accepted panel.
+    // One show with panelArguments(): the guard when a time-out is set and
+    // the browser gets one, the alert when the guard closed the panel, and
+    // the state the run leaves. Answers the chosen paths of an accepted
+    // panel, else none.
     std::vector<std::string> showPanel();
 
     std::string _browserName;
