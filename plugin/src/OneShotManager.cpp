@@ -2,11 +2,10 @@
 // platform's (plugin/src/linux, plugin/src/osx).
 #include "OneShotManager.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <mutex>
 #include <vector>
 
+#include "Utils.h"
 #include "cv_log.h"
 
 namespace Kestrix {
@@ -16,14 +15,6 @@ namespace {
 
 // Fixed so that the same failure reads the same in every build's log.
 const int kQueueCheckLine = 120;
-
-void check(bool condition, const char* text, const char* source, int line) {
-    if (!condition) {
-        cv_err("Assertion failed: %s (%s, line %d)", text, source, line);
-        fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, source, line);
-        abort();
-    }
-}
 
 // Work dropped by a manager that went away is neither run nor freed: the
 // manager cannot know what its data is. It stays listed here for the life
@@ -75,7 +66,7 @@ void OneShotManager::scheduleAsyncCallback(Function function, void* data) {
 void OneShotManager::asyncCallback() {
     cv_dbg("OneShotManager::asyncCallback()");
     cv_mutex_acquire(_mutex.get());
-    check(!_callbackQueue.empty(), "!_callbackQueue.empty()", kSourceFile, kQueueCheckLine);
+    Utils::checkOrAbort(!_callbackQueue.empty(), "!_callbackQueue.empty()", kSourceFile, kQueueCheckLine);
     std::pair<Function, void*> next = _callbackQueue.front();
     _callbackQueue.pop_front();
     cv_mutex_release(_mutex.get());
