@@ -40,6 +40,17 @@ public:
     static void postToMainThread(Function function, void* data);
 
 private:
+    // The main-thread hand-off, one implementation per platform.
+    // A helper pointing at `manager`, holding the manager's reference.
+    static OneShotManagerHelper* createHelper(OneShotManager* manager);
+    // Asks the main thread for one turn that calls asyncCallback(); the turn
+    // holds a reference on the helper until it has run or gone.
+    static void requestTurn(OneShotManagerHelper* helper);
+    // Points the helper at no manager and gives back the manager's reference.
+    static void releaseHelper(OneShotManagerHelper* helper);
+    // The file the queue check names when it fails.
+    static const char* const kSourceFile;
+
     std::deque<std::pair<Function, void*>> _callbackQueue;  // guarded by _mutex
     std::unique_ptr<cv_mutex_t> _mutex;
     OneShotManagerHelper* _helper;  // one reference of ours

@@ -1,12 +1,11 @@
 #include "RunnableScheduler.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "Callback.h"
 #include "OneShotManager.h"
 #include "Runnable.h"
+#include "Utils.h"
 #include "cv_log.h"
 
 namespace Kestrix {
@@ -22,17 +21,8 @@ const int kCleanupCheckLine = 72;
 const int kInitCheckLine = 85;
 const int kScheduleCheckLine = 98;
 const int kStopCheckLine = 109;
-
-// Guards against programming errors and stays on in release builds: a
-// missing mutex means the scheduler is used outside NP_Initialize ..
+// The checks fail when the scheduler is used outside NP_Initialize ..
 // NP_Shutdown.
-void check(bool condition, const char* text, int line) {
-    if (!condition) {
-        cv_err("Assertion failed: %s (%s, line %d)", text, kSourceFile, line);
-        fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, kSourceFile, line);
-        abort();
-    }
-}
 
 using RunnablePair = std::pair<Runnable*, Callback*>;
 
@@ -48,7 +38,7 @@ void RunnableScheduler::init() {
         return;
     }
     kInitialized = true;
-    check(kRunnablesMutex == nullptr, "kRunnablesMutex == NULL", kInitCheckLine);
+    Utils::checkOrAbort(kRunnablesMutex == nullptr, "kRunnablesMutex == NULL", kSourceFile, kInitCheckLine);
     kRunnablesMutex = new cv_mutex_t();
     cv_mutex_init(kRunnablesMutex);
 }
@@ -59,7 +49,8 @@ void RunnableScheduler::cleanup() {
         return;
     }
     kInitialized = false;
-    check(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kCleanupCheckLine);
+    Utils::checkOrAbort(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kSourceFile,
+                        kCleanupCheckLine);
     cv_mutex_destroy(kRunnablesMutex);
     delete kRunnablesMutex;
     kRunnablesMutex = nullptr;
@@ -67,7 +58,8 @@ void RunnableScheduler::cleanup() {
 
 void RunnableScheduler::scheduleRunnable(OneShotManager* osm, Runnable* runnable, Callback* callback) {
     cv_dbg("RunnableScheduler::scheduleRunnable()");
-    check(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kScheduleCheckLine);
+    Utils::checkOrAbort(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kSourceFile,
+                        kScheduleCheckLine);
     cv_mutex_acquire(kRunnablesMutex);
     kRunnables.emplace(runnable, osm);
     cv_mutex_release(kRunnablesMutex);
@@ -106,7 +98,7 @@ void RunnableScheduler::handleRunnablePair(void* data) {
 }
 
 void RunnableScheduler::stopRunnables(OneShotManager* osm) {
-    check(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kStopCheckLine);
+    Utils::checkOrAbort(kRunnablesMutex != nullptr, "kRunnablesMutex != NULL", kSourceFile, kStopCheckLine);
     cv_mutex_acquire(kRunnablesMutex);
     cv_dbg("RunnableScheduler::stopRunnables() - osm=%p; size=%i", static_cast<void*>(osm),
            static_cast<int>(kRunnables.size()));

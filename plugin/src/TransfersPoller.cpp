@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 
 #include "HttpRequest.h"
 #include "HttpResponse.h"
@@ -16,23 +14,10 @@
 namespace Kestrix {
 namespace Web {
 
-namespace {
-
+// Named by the checks below, which stay on in release builds: carrying on
+// would call through a null listener or free a mutex that a running thread
+// still uses.
 const char* const kSourceFile = "plugin/src/TransfersPoller";
-
-// These checks guard against programming errors and stay on in release
-// builds: carrying on would call through a null listener or free a mutex
-// that a running thread still uses.
-void check(bool condition, const char* text, int line)
-{
-    if (!condition) {
-        cv_err("Assertion failed: %s (%s, line %d)", text, kSourceFile, line);
-        fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, kSourceFile, line);
-        abort();
-    }
-}
-
-}  // namespace
 
 TransfersPoller::TransfersPoller(int intervalMs)
     : _done(false), _listenersMutex(new cv_mutex_t()), _intervalMs(std::max(intervalMs, 0)), _stopping(false)
@@ -49,7 +34,7 @@ TransfersPoller::~TransfersPoller()
         cv_dbg("%p ~TransfersPoller() - started?=%u", static_cast<void*>(this),
                static_cast<unsigned>(_started.load()));
     }
-    check(!_started || isDone(), "!_started || isDone()", __LINE__);
+    Utils::checkOrAbort(!_started || isDone(), "!_started || isDone()", kSourceFile, __LINE__);
     cv_mutex_destroy(_listenersMutex.get());
 }
 
@@ -60,7 +45,7 @@ void TransfersPoller::setAppId(const std::string& appId)
 
 void TransfersPoller::addListener(TransferEventListener* l)
 {
-    check(l != nullptr, "l != NULL", __LINE__);
+    Utils::checkOrAbort(l != nullptr, "l != NULL", kSourceFile, __LINE__);
     cv_mutex_acquire(_listenersMutex.get());
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransferPoller::addListener() - size=%i", static_cast<void*>(this),
@@ -72,7 +57,7 @@ void TransfersPoller::addListener(TransferEventListener* l)
 
 void TransfersPoller::removeListener(TransferEventListener* l)
 {
-    check(l != nullptr, "l != NULL", __LINE__);
+    Utils::checkOrAbort(l != nullptr, "l != NULL", kSourceFile, __LINE__);
     cv_mutex_acquire(_listenersMutex.get());
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransferPoller::removeListener() - size=%i", static_cast<void*>(this),

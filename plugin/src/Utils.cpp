@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 
 #include "FileSystem.h"
@@ -81,6 +83,14 @@ void Utils::logCleanup() {
         return;
     kLogInitialized = false;
     cv_log_cleanup();
+}
+
+void Utils::checkOrAbort(bool condition, const char* text, const char* source, int line) {
+    if (!condition) {
+        cv_err("Assertion failed: %s (%s, line %d)", text, source, line);
+        fprintf(stderr, "Assertion failed: %s (%s, line %d)\n", text, source, line);
+        abort();
+    }
 }
 
 void Utils::logException(const std::exception& e) { cv_err("%s", e.what()); }

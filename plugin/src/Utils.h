@@ -29,6 +29,10 @@ public:
     static std::string errorCodeToStr(int code);
     static void logInit();
     static void logCleanup();
+    // A check against programming errors that stays on in release builds:
+    // a false `condition` is logged and printed as "Assertion failed: <text>
+    // (<source>, line <line>)" and ends the process.
+    static void checkOrAbort(bool condition, const char* text, const char* source, int line);
     static void logException(const std::exception& e);
     static void logException(const std::string& context, const std::exception& e);
     static std::string setCurrentDirToUserHome();

@@ -18,9 +18,15 @@ namespace {
 
 using namespace Kestrix::Web;
 
-// Notes what the window list says at the moment the guard fires.
+// What the window list says at the moment the guard fires.
+struct Observation {
+    int timeouts = 0;
+    bool anyOpenAtTimeout = false;
+    bool thisOpenAtTimeout = false;
+};
+
 template <typename Panel>
-class Observed : public Panel {
+class Observed : public Panel, public Observation {
 public:
     using Panel::Panel;
     void doOnTimeout() override {
@@ -29,23 +35,12 @@ public:
         thisOpenAtTimeout = PlatformUtils::isSaveDialogOpen(this->systemDialog());
         Panel::doOnTimeout();
     }
-    int timeouts = 0;
-    bool anyOpenAtTimeout = false;
-    bool thisOpenAtTimeout = false;
 };
 
 struct PanelCase {
     const char* name;
     std::function<std::unique_ptr<IDialogImpl>()> make;
 };
-
-template <typename Panel>
-void expectEndedByGuard(IDialogImpl* dialog) {
-    auto* observed = static_cast<Observed<Panel>*>(dialog);
-    EXPECT_EQ(1, observed->timeouts);
-    EXPECT_TRUE(observed->anyOpenAtTimeout);
-    EXPECT_TRUE(observed->thisOpenAtTimeout);
-}
 
 // The browser's main window, which the time-out sheet attaches to.
 NSWindow* makeMainWindow() {
@@ -96,16 +91,22 @@ NSWindow* makeMainWindow() {
 
 namespace {
 
+// Calls [dismisser check:] every 0.2 s, in modal runs too.
+NSTimer* tickDuringPanels(AlertDismisser* dismisser) {
+    NSTimer* timer = [NSTimer timerWithTimeInterval:0.2
+                                             target:dismisser
+                                           selector:@selector(check:)
+                                           userInfo:nil
+                                            repeats:YES];
+    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
+        [[NSRunLoop currentRunLoop] addTimer:timer forMode:mode];
+    return timer;
+}
+
 TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
     NSWindow* browserWindow = makeMainWindow();
     AlertDismisser* dismisser = [[AlertDismisser alloc] init];
-    NSTimer* user = [NSTimer timerWithTimeInterval:0.2
-                                            target:dismisser
-                                          selector:@selector(check:)
-                                          userInfo:nil
-                                           repeats:YES];
-    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
-        [[NSRunLoop currentRunLoop] addTimer:user forMode:mode];
+    NSTimer* user = tickDuringPanels(dismisser);
     using Open = Observed<MacOpenFileDialogImpl>;
     using Save = Observed<MacSaveFileDialogImpl>;
     const PanelCase cases[] = {
@@ -124,10 +125,10 @@ TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
         EXPECT_EQ(IDialogImpl::kStateNotShown, dialog->state());
         EXPECT_TRUE(dialog->doShow().empty());
         EXPECT_EQ(IDialogImpl::kStateAborted, dialog->state());
-        if (std::string(c.name).rfind("save", 0) == 0)
-            expectEndedByGuard<MacSaveFileDialogImpl>(dialog.get());
-        else
-            expectEndedByGuard<MacOpenFileDialogImpl>(dialog.get());
+        const auto* observed = dynamic_cast<const Observation*>(dialog.get());
+        EXPECT_EQ(1, observed->timeouts);
+        EXPECT_TRUE(observed->anyOpenAtTimeout);
+        EXPECT_TRUE(observed->thisOpenAtTimeout);
         EXPECT_FALSE(PlatformUtils::isSaveDialogOpen(nullptr)) << "the panel went with its run";
     }
     EXPECT_EQ(3, dismisser->alerts) << "one time-out alert per panel";
@@ -139,13 +140,7 @@ TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
 TEST(MacPanels, OtherBrowsersGetNoGuardAndThePanelEndsWhenClosedFromOutside) {
     AlertDismisser* closer = [[AlertDismisser alloc] init];
     closer->closeAtTick = 12;  // well past the second the guard would take
-    NSTimer* plugin = [NSTimer timerWithTimeInterval:0.2
-                                              target:closer
-                                            selector:@selector(check:)
-                                            userInfo:nil
-                                             repeats:YES];
-    for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
-        [[NSRunLoop currentRunLoop] addTimer:plugin forMode:mode];
+    NSTimer* plugin = tickDuringPanels(closer);
     Observed<MacOpenFileDialogImpl> dialog("", false, false, "", false, "chrome");
     dialog.setTimeout(1);
     EXPECT_TRUE(dialog.doShow().empty());

@@ -11,16 +11,10 @@ LinuxOpenFileDialogImpl::LinuxOpenFileDialogImpl(const std::string& title, bool 
                                                  bool allowMultiple, const std::string& fileTypes,
                                                  bool foldersOnly, const std::string& browserName,
                                                  unsigned long parentWindow)
-    : _allowDirectories(allowDirectories),
+    : LinuxPanelDialogImpl("LinuxOpenFileDialogImpl", "open", title, fileTypes, browserName, parentWindow),
+      _allowDirectories(allowDirectories),
       _allowMultiple(allowMultiple),
-      _browserName(browserName),
-      _fileTypes(fileTypes),
-      _foldersOnly(foldersOnly),
-      _timedOut(false),
-      _title(title),
-      _parentWindow(parentWindow) {}
-
-LinuxOpenFileDialogImpl::~LinuxOpenFileDialogImpl() = default;
+      _foldersOnly(foldersOnly) {}
 
 std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
     // GTK offers files or folders, never both: an open panel that also
@@ -41,22 +35,7 @@ std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxOpenFileDialogImpl::doShow() {
     cv_dbg("LinuxOpenFileDialogImpl::doShow()");
-    return _panel.show(
-        this, panelArguments(), _modal, _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
-}
-
-void LinuxOpenFileDialogImpl::doClose() {
-    cv_dbg("LinuxOpenFileDialogImpl::doClose()");
-    if (_panel.isShowing()) {
-        cv_log("Closing open dialog");
-        _panel.abort();
-    }
-}
-
-void LinuxOpenFileDialogImpl::doOnTimeout() {
-    cv_dbg("LinuxOpenFileDialogImpl::doOnTimeout()");
-    _timedOut = true;
-    doClose();
+    return showPanel();
 }
 
 }  // namespace Web

@@ -116,25 +116,6 @@ std::string LinuxPanelProcess::programPath() {
 
 void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) { gSecondLengthMs = milliseconds; }
 
-std::vector<std::string> LinuxPanelProcess::show(void* panel, const std::vector<std::string>& arguments,
-                                                 bool modal, int32_t timeoutSeconds,
-                                                 const std::string& browserName,
-                                                 const std::function<void()>& onTimeout, bool& timedOut,
-                                                 int32_t& state) {
-    const int32_t guardSeconds = timeoutSeconds != 0 && guardsBrowser(browserName) ? timeoutSeconds : 0;
-    timedOut = false;
-    state = IDialogImpl::kStateShowing;
-    std::vector<std::string> paths;
-    const int result = run(panel, arguments, modal, guardSeconds, onTimeout, paths);
-    // A panel closed from outside (its page has gone, say) tells the user
-    // nothing, even when the guard fired first.
-    if (timedOut && !_closedFromOutside) alertTimedOut();
-    state = stateForResult(result);
-    if (state != IDialogImpl::kStateAccepted)
-        paths.clear();
-    return paths;
-}
-
 int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, bool modal,
                            int32_t guardSeconds, const std::function<void()>& onTimeout,
                            std::vector<std::string>& paths) {

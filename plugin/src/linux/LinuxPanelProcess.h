@@ -49,16 +49,9 @@ public:
     // still showing. `paths` receives what an accepted panel printed.
     int run(void* panel, const std::vector<std::string>& arguments, bool modal, int32_t guardSeconds,
             const std::function<void()>& onTimeout, std::vector<std::string>& paths);
-    // One show of a dialog's panel: run() with the guard when a time-out is
-    // set and the browser gets one, the alert when the guard closed the
-    // panel (not when it was closed from outside, say because its page has
-    // gone), and the dialog state the run leaves in `state`. `timedOut` is
-    // cleared first and set by the dialog's own time-out handler. Answers
-    // the chosen paths of an accepted panel, else none.
-    std::vector<std::string> show(void* panel, const std::vector<std::string>& arguments, bool modal,
-                                  int32_t timeoutSeconds, const std::string& browserName,
-                                  const std::function<void()>& onTimeout, bool& timedOut, int32_t& state);
     bool isShowing() const { return _subprocess && !_finished; }
+    // Whether the last run was ended by abort() from outside its guard.
+    bool closedFromOutside() const { return _closedFromOutside; }
     // Ends a showing panel: the program is killed and run() answers
     // kRunAborted. Nothing when no panel shows. Like everything here, for
     // the browser's main thread.

@@ -11,14 +11,8 @@ namespace Web {
 LinuxSaveFileDialogImpl::LinuxSaveFileDialogImpl(const std::string& title, const std::string& suggestedName,
                                                  const std::string& fileTypes, const std::string& browserName,
                                                  unsigned long parentWindow)
-    : _browserName(browserName),
-      _fileTypes(fileTypes),
-      _suggestedName(suggestedName),
-      _timedOut(false),
-      _title(title),
-      _parentWindow(parentWindow) {}
-
-LinuxSaveFileDialogImpl::~LinuxSaveFileDialogImpl() = default;
+    : LinuxPanelDialogImpl("LinuxSaveFileDialogImpl", "save", title, fileTypes, browserName, parentWindow),
+      _suggestedName(suggestedName) {}
 
 std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
     std::vector<std::string> args = {"--mode", "save"};
@@ -60,27 +54,11 @@ std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
 
 std::vector<std::string> LinuxSaveFileDialogImpl::doShow() {
     cv_dbg("LinuxSaveFileDialogImpl::doShow()");
-    std::vector<std::string> paths = _panel.show(
-        this, panelArguments(), _modal, _timeout, _browserName, [this] { doOnTimeout(); }, _timedOut, _state);
+    std::vector<std::string> paths = showPanel();
     // A save panel answers one path.
     if (paths.size() > 1)
         paths.resize(1);
     return paths;
-}
-
-void LinuxSaveFileDialogImpl::doClose() {
-    // The same text as the open panel's, as the log has always read.
-    cv_dbg("LinuxOpenFileDialogImpl::doClose()");
-    if (_panel.isShowing()) {
-        cv_log("Closing save dialog");
-        _panel.abort();
-    }
-}
-
-void LinuxSaveFileDialogImpl::doOnTimeout() {
-    cv_dbg("LinuxSaveFileDialogImpl::doOnTimeout()");
-    _timedOut = true;
-    doClose();
 }
 
 }  // namespace Web

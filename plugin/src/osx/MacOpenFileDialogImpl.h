@@ -2,36 +2,25 @@
 // application-modally, with the optional time-out guard.
 #pragma once
 
-#import <AppKit/AppKit.h>
-
 #include <string>
 #include <vector>
 
-#include "IDialogImpl.h"
+#import "MacPanelDialogImpl.h"
 
 namespace Kestrix {
 namespace Web {
 
-class MacOpenFileDialogImpl : public IDialogImpl {
+class MacOpenFileDialogImpl : public MacPanelDialogImpl {
 public:
     MacOpenFileDialogImpl(const std::string& title, bool allowDirectories, bool allowMultiple,
                           const std::string& fileTypes, bool foldersOnly, const std::string& browserName);
-    ~MacOpenFileDialogImpl() override;
 
-    void doClose() override;
-    void doOnTimeout() override;
     std::vector<std::string> doShow() override;
-    void* systemDialog() override { return _panel; }
 
 private:
     bool _allowDirectories;
     bool _allowMultiple;
-    std::string _browserName;
-    std::string _fileTypes;
-    NSOpenPanel* _panel;
     bool _foldersOnly;
-    bool _timedOut;
-    std::string _title;
 };
 
 }  // namespace Web

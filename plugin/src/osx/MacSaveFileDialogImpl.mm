@@ -1,7 +1,6 @@
 #import "MacSaveFileDialogImpl.h"
 
 #include "DialogUtils.h"
-#import "MacPanelRun.h"
 #import "MacUtils.h"
 #include "cv_log.h"
 
@@ -19,16 +18,9 @@ const NSStringEncoding kUtf8Encoding = static_cast<NSStringEncoding>(4);
 
 MacSaveFileDialogImpl::MacSaveFileDialogImpl(const std::string& title, const std::string& suggestedName,
                                              const std::string& fileTypes, const std::string& browserName)
-    : _browserName(browserName),
-      _fileTypes(fileTypes),
-      _panel([[NSSavePanel savePanel] retain]),
-      _suggestedName(suggestedName),
-      _timedOut(false),
-      _title(title) {}
-
-MacSaveFileDialogImpl::~MacSaveFileDialogImpl() {
-    [_panel release];
-}
+    : MacPanelDialogImpl([NSSavePanel savePanel], "MacSaveFileDialogImpl", "save", title, fileTypes,
+                         browserName),
+      _suggestedName(suggestedName) {}
 
 std::vector<std::string> MacSaveFileDialogImpl::doShow() {
     cv_dbg("MacSaveFileDialogImpl::doShow()");
@@ -65,43 +57,15 @@ std::vector<std::string> MacSaveFileDialogImpl::doShow() {
         [_panel setAllowsOtherFileTypes:YES];
     }
 
-    CVTimer2* guard = MacPanelRun::armGuard(this, _timeout, _browserName);
-    _state = kStateShowing;
     const bool useOldRun = minor < kFirstMinorWithNameField;
     if (!useOldRun && name) [_panel setNameFieldStringValue:name];
-    const NSInteger result = MacPanelRun::run(_panel, useOldRun, name);
-    MacPanelRun::disarmGuard(guard, _timedOut);
-
     std::vector<std::string> paths;
-    if (result == NSCancelButton) {
-        _state = kStateCancelled;
-    } else if (result == NSOKButton) {
-        _state = kStateAccepted;
+    if (runModal(useOldRun, name)) {
         const char* path = [[_panel filename] cStringUsingEncoding:kUtf8Encoding];
         paths.push_back(path ? path : "");
-    } else {
-        if (result != NSRunStoppedResponse && result != NSRunAbortedResponse)
-            cv_log("Unhandled dialog result: %i", static_cast<int>(result));
-        _state = kStateAborted;
     }
     [allowedTypes release];
     return paths;
-}
-
-void MacSaveFileDialogImpl::doClose() {
-    // The same text as the open panel's, as the log has always read.
-    cv_dbg("MacOpenFileDialogImpl::doClose()");
-    if ([_panel isVisible]) {
-        cv_log("Closing save dialog");
-        [_panel close];
-        MacUtils::abortModal();
-    }
-}
-
-void MacSaveFileDialogImpl::doOnTimeout() {
-    cv_dbg("MacSaveFileDialogImpl::doOnTimeout()");
-    _timedOut = true;
-    doClose();
 }
 
 }  // namespace Web
