@@ -5,7 +5,6 @@
 // ratio = base64 throughput / memcpy throughput (target: at least 0.5 for
 // the encoder cv_str_buf_to_base64 selects).
 #include <benchmark/benchmark.h>
-
 #include <stdint.h>
 #include <string.h>
 
@@ -79,9 +78,10 @@ void Base64VsMemcpy(benchmark::State& state, int impl) {
         });
         int rc = 0;
         double t = seconds([&] {
-            rc = impl < 0 ? cv_str_buf_to_base64(b.input.data(), kInputSize, b.encoded.data(), b.encoded.size())
-                          : cv_str_buf_to_base64_impl(impl, b.input.data(), kInputSize, b.encoded.data(),
-                                                      b.encoded.size());
+            rc = impl < 0
+                     ? cv_str_buf_to_base64(b.input.data(), kInputSize, b.encoded.data(), b.encoded.size())
+                     : cv_str_buf_to_base64_impl(impl, b.input.data(), kInputSize, b.encoded.data(),
+                                                 b.encoded.size());
             benchmark::ClobberMemory();
         });
         if (rc != 0) {

@@ -7,12 +7,11 @@
 //   Body/<0|1>: us_per_MiB for 1 MiB and 8 MiB answers from kestrix-sim
 //   (Content-Length absent/present) and ratio = per-MiB time at 8 MiB /
 //   per-MiB time at 1 MiB.
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <benchmark/benchmark.h>
-#include <curl/curl.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -54,8 +53,7 @@ class Sim {
 public:
     Sim() {
         char dir[] = "/tmp/http_bench.XXXXXX";
-        if (!mkdtemp(dir))
-            return;
+        if (!mkdtemp(dir)) return;
         _home = dir;
         setenv("HOME", _home.c_str(), 1);
         setenv("XDG_DATA_HOME", (_home + "/.local/share").c_str(), 1);
@@ -84,16 +82,14 @@ public:
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        while (!_key.empty() && (_key.back() == '\n' || _key.back() == '\r'))
-            _key.pop_back();
+        while (!_key.empty() && (_key.back() == '\n' || _key.back() == '\r')) _key.pop_back();
     }
     ~Sim() {
         if (_pid > 0) {
             kill(_pid, SIGTERM);
             waitpid(_pid, nullptr, 0);
         }
-        if (!_home.empty())
-            std::system(("rm -rf '" + _home + "'").c_str());
+        if (!_home.empty()) std::system(("rm -rf '" + _home + "'").c_str());
     }
 
     bool ready() const { return _port != 0; }
@@ -125,8 +121,7 @@ bool oursGet(const std::string& host, unsigned short port, const std::string& pa
     request.path = path;
     request.addHeader("Content-Type", "application/vnd.corvane.xferreq+json");
     std::unique_ptr<HttpResponse> response(request.invoke());
-    if (!response || response->statusCode() != 200)
-        return false;
+    if (!response || response->statusCode() != 200) return false;
     bodySize = response->data().size();
     return true;
 }

@@ -8,7 +8,6 @@
 // during one read, counting every copy up to the string the browser
 // receives (goal: at most 2.0 times the file).
 #include <benchmark/benchmark.h>
-
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdio.h>
@@ -89,7 +88,8 @@ double base64CliSeconds(const std::string& path) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    char* argv[] = {const_cast<char*>("base64"), const_cast<char*>("-w0"), const_cast<char*>(path.c_str()), nullptr};
+    char* argv[] = {const_cast<char*>("base64"), const_cast<char*>("-w0"), const_cast<char*>(path.c_str()),
+                    nullptr};
     auto start = std::chrono::steady_clock::now();
     pid_t pid = -1;
     if (posix_spawnp(&pid, "base64", &actions, nullptr, argv, environ) != 0) return -1;

@@ -41,7 +41,7 @@ enum cv_error_e {
 
 /* Text of a runtime code, or strerror_r() for any other number.
  * Returns 22 (EINVAL) for a null or empty buffer. */
-int cv_platform_errstr(int code, char *buf, size_t size);
+int cv_platform_errstr(int code, char* buf, size_t size);
 
 #ifdef __cplusplus
 }

@@ -18,7 +18,9 @@ struct cv_dir_s {
 
 namespace {
 
-int errnoOr(int fallback) { return errno ? errno : fallback; }
+int errnoOr(int fallback) {
+    return errno ? errno : fallback;
+}
 
 unsigned typeCode(mode_t mode) {
     if (S_ISDIR(mode)) return CV_FTYPE_DIR;
@@ -53,7 +55,9 @@ bool isDirectory(const char* path) {
 
 extern "C" {
 
-int cv_file_init(void) { return 0; }
+int cv_file_init(void) {
+    return 0;
+}
 
 int cv_file_open(const char* path, cv_file_t* fd, unsigned flags, unsigned mode) {
     if (!fd) return EINVAL;
@@ -80,7 +84,9 @@ int cv_file_open(const char* path, cv_file_t* fd, unsigned flags, unsigned mode)
     return 0;
 }
 
-int cv_file_openread(const char* path, cv_file_t* fd) { return cv_file_open(path, fd, CV_FILE_READ, 0); }
+int cv_file_openread(const char* path, cv_file_t* fd) {
+    return cv_file_open(path, fd, CV_FILE_READ, 0);
+}
 
 int cv_file_openappend(const char* path, cv_file_t* fd, unsigned mode) {
     return cv_file_open(path, fd, CV_FILE_WRITE | CV_FILE_CREATE | CV_FILE_APPEND, mode);
@@ -162,7 +168,9 @@ int cv_file_hardlink(const char* existing, const char* newpath) {
 }
 
 // Paths already use '/' here.
-int cv_file_tounixpath(char* path) { return path ? 0 : EINVAL; }
+int cv_file_tounixpath(char* path) {
+    return path ? 0 : EINVAL;
+}
 
 int cv_dir_open(const char* path, cv_dir_t* dir) {
     if (!dir) return EINVAL;

@@ -55,30 +55,30 @@ typedef struct cv_stat_s {
 } cv_stat_t;
 
 int cv_file_init(void);
-int cv_file_open(const char *path, cv_file_t *fd, unsigned flags, unsigned mode);
-int cv_file_openread(const char *path, cv_file_t *fd);
-int cv_file_openappend(const char *path, cv_file_t *fd, unsigned mode);
-int cv_file_close(cv_file_t *fd);
-int cv_file_flush(cv_file_t *fd);
-int cv_file_read(cv_file_t *fd, void *buf, size_t len, size_t *got);
-int cv_file_write(cv_file_t *fd, const void *buf, size_t len, size_t *put);
+int cv_file_open(const char* path, cv_file_t* fd, unsigned flags, unsigned mode);
+int cv_file_openread(const char* path, cv_file_t* fd);
+int cv_file_openappend(const char* path, cv_file_t* fd, unsigned mode);
+int cv_file_close(cv_file_t* fd);
+int cv_file_flush(cv_file_t* fd);
+int cv_file_read(cv_file_t* fd, void* buf, size_t len, size_t* got);
+int cv_file_write(cv_file_t* fd, const void* buf, size_t len, size_t* put);
 /* whence: SEEK_SET, SEEK_CUR, SEEK_END; newpos may be null. */
-int cv_file_seek(cv_file_t *fd, int64_t offset, int whence, int64_t *newpos);
-int cv_file_stat(const char *path, cv_stat_t *rec, unsigned flags);
-int cv_file_fstat(cv_file_t *fd, cv_stat_t *rec);
-int cv_file_delete(const char *path);
-int cv_file_hardlink(const char *existing, const char *newpath);
-int cv_file_tounixpath(char *path);
+int cv_file_seek(cv_file_t* fd, int64_t offset, int whence, int64_t* newpos);
+int cv_file_stat(const char* path, cv_stat_t* rec, unsigned flags);
+int cv_file_fstat(cv_file_t* fd, cv_stat_t* rec);
+int cv_file_delete(const char* path);
+int cv_file_hardlink(const char* existing, const char* newpath);
+int cv_file_tounixpath(char* path);
 
 /* A directory handle is opaque. */
-typedef struct cv_dir_s *cv_dir_t;
+typedef struct cv_dir_s* cv_dir_t;
 
-int cv_dir_open(const char *path, cv_dir_t *dir);
-int cv_dir_close(cv_dir_t *dir);
+int cv_dir_open(const char* path, cv_dir_t* dir);
+int cv_dir_close(cv_dir_t* dir);
 /* Copies the next entry's name (at most CV_MAX_PATH bytes with the NUL).
  * CV_ERR_END at the end, errno on a read error, 5 for an empty name. */
-int cv_dir_next(cv_dir_t *dir, char *name);
-int cv_dir_create(const char *path, unsigned mode, int recursive);
+int cv_dir_next(cv_dir_t* dir, char* name);
+int cv_dir_create(const char* path, unsigned mode, int recursive);
 
 #ifdef __cplusplus
 }

@@ -46,7 +46,9 @@ constexpr size_t kFuncText = 4096;  // function and system-log sinks: label + 40
 const char* const kLabels[] = {"ERR ", "LOG ", "DBG "};
 const int kPriorities[] = {LOG_ERR, LOG_INFO, LOG_DEBUG};
 
-int levelIndex(int level) { return level <= 0 ? 0 : (level == 1 ? 1 : 2); }
+int levelIndex(int level) {
+    return level <= 0 ? 0 : (level == 1 ? 1 : 2);
+}
 
 std::atomic<int> s_sink{CV_LOG_NONE};
 std::atomic<int> s_fd{CV_FILE_INVALID};
@@ -101,8 +103,7 @@ bool isLastMessage(const char* text, size_t len) {
 
 void rememberMessage(const char* text, size_t len) {
     uint64_t seq = s_lastSeq.load(std::memory_order_relaxed);
-    if ((seq & 1) || !s_lastSeq.compare_exchange_strong(seq, seq + 1, std::memory_order_acquire))
-        return;
+    if ((seq & 1) || !s_lastSeq.compare_exchange_strong(seq, seq + 1, std::memory_order_acquire)) return;
     s_lastLen.store(len, std::memory_order_release);
     for (size_t i = 0; i * sizeof(uint64_t) < len; ++i)
         s_lastWords[i].store(wordAt(text, len, i), std::memory_order_release);
@@ -111,8 +112,7 @@ void rememberMessage(const char* text, size_t len) {
 
 void forgetMessage() {
     uint64_t seq = s_lastSeq.load(std::memory_order_relaxed);
-    if ((seq & 1) || !s_lastSeq.compare_exchange_strong(seq, seq + 1, std::memory_order_acquire))
-        return;
+    if ((seq & 1) || !s_lastSeq.compare_exchange_strong(seq, seq + 1, std::memory_order_acquire)) return;
     s_lastLen.store(0, std::memory_order_release);
     s_lastSeq.store(seq + 2, std::memory_order_release);
 }
@@ -182,7 +182,8 @@ bool refreshStamp(LineStamp& stamp) {
     }
     unsigned pid = s_pid.load(std::memory_order_relaxed);
     if (stamp.tagLen == 0 || pid != stamp.pid) {
-        int n = snprintf(stamp.tag, sizeof stamp.tag, "[%x-%p] ", pid, reinterpret_cast<void*>(pthread_self()));
+        int n =
+            snprintf(stamp.tag, sizeof stamp.tag, "[%x-%p] ", pid, reinterpret_cast<void*>(pthread_self()));
         if (n < 0 || static_cast<size_t>(n) >= sizeof stamp.tag) return false;
         stamp.pid = pid;
         stamp.tagLen = static_cast<size_t>(n);
@@ -199,7 +200,8 @@ bool refreshStamp(LineStamp& stamp) {
 int formatPrefix(char* out, unsigned repeats, const LineStamp& stamp) {
     size_t n = 0;
     if (repeats > 0) {
-        int r = snprintf(out, kPrefixArea, "Last message repeated %.*d times\n", 0, static_cast<int>(repeats));
+        int r =
+            snprintf(out, kPrefixArea, "Last message repeated %.*d times\n", 0, static_cast<int>(repeats));
         if (r < 0) return -1;
         n = static_cast<size_t>(r);
     }
@@ -334,21 +336,21 @@ int cv_log_init(int type, const char* name) {
 
 int cv_log_cleanup(void) {
     switch (s_sink.load(std::memory_order_acquire)) {
-    case CV_LOG_FUNC:
-        s_function.store(nullptr, std::memory_order_release);
-        break;
-    case CV_LOG_FILE: {
-        int fd = s_fd.load(std::memory_order_acquire);
-        if (fd >= 0) cv_file_flush(&fd);
-        dropDescriptor();
-        if (s_lockReady.exchange(false, std::memory_order_acq_rel)) cv_mutex_destroy(&s_lock);
-        break;
-    }
-    case CV_LOG_SYSLOG:
-        closelog();
-        break;
-    default:
-        break;
+        case CV_LOG_FUNC:
+            s_function.store(nullptr, std::memory_order_release);
+            break;
+        case CV_LOG_FILE: {
+            int fd = s_fd.load(std::memory_order_acquire);
+            if (fd >= 0) cv_file_flush(&fd);
+            dropDescriptor();
+            if (s_lockReady.exchange(false, std::memory_order_acq_rel)) cv_mutex_destroy(&s_lock);
+            break;
+        }
+        case CV_LOG_SYSLOG:
+            closelog();
+            break;
+        default:
+            break;
     }
     // A pending repeat count dies with the log, and with it the message it
     // counted: a new log starts without a previous message.
@@ -497,25 +499,25 @@ int cv_log_vmsg(int level, const char* fmt, va_list ap) {
     int savedErrno = errno;
     int rc = 0;
     switch (s_sink.load(std::memory_order_acquire)) {
-    case CV_LOG_FUNC: {
-        char text[kFuncText];
-        formatPlain(text, level, fmt, ap);
-        cv_log_fn fn = s_function.load(std::memory_order_acquire);
-        if (fn) fn(text);
-        break;
-    }
-    case CV_LOG_SYSLOG: {
-        char text[kFuncText];
-        formatPlain(text, level, fmt, ap);
-        syslog(kPriorities[levelIndex(level)] | LOG_LOCAL2, "%s", text);
-        break;
-    }
-    case CV_LOG_FILE:
-        rc = fileMessage(level, fmt, ap);
-        break;
-    default:
-        rc = EINVAL;
-        break;
+        case CV_LOG_FUNC: {
+            char text[kFuncText];
+            formatPlain(text, level, fmt, ap);
+            cv_log_fn fn = s_function.load(std::memory_order_acquire);
+            if (fn) fn(text);
+            break;
+        }
+        case CV_LOG_SYSLOG: {
+            char text[kFuncText];
+            formatPlain(text, level, fmt, ap);
+            syslog(kPriorities[levelIndex(level)] | LOG_LOCAL2, "%s", text);
+            break;
+        }
+        case CV_LOG_FILE:
+            rc = fileMessage(level, fmt, ap);
+            break;
+        default:
+            rc = EINVAL;
+            break;
     }
     errno = savedErrno;
     return rc;
@@ -547,11 +549,21 @@ int cv_dbg(const char* fmt, ...) {
     return 0;
 }
 
-void cv_dbg_set(unsigned flag) { s_debug.store(flag, std::memory_order_relaxed); }
-void cv_dbg_set_all(unsigned level) { s_debugAll.store(level, std::memory_order_relaxed); }
-unsigned cv_dbg_get_all(void) { return s_debugAll.load(std::memory_order_relaxed); }
-void cv_log_set_echo_level(int level) { s_echoLevel.store(level, std::memory_order_relaxed); }
-void cv_log_set_enabled(int enabled) { s_enabled.store(enabled, std::memory_order_relaxed); }
+void cv_dbg_set(unsigned flag) {
+    s_debug.store(flag, std::memory_order_relaxed);
+}
+void cv_dbg_set_all(unsigned level) {
+    s_debugAll.store(level, std::memory_order_relaxed);
+}
+unsigned cv_dbg_get_all(void) {
+    return s_debugAll.load(std::memory_order_relaxed);
+}
+void cv_log_set_echo_level(int level) {
+    s_echoLevel.store(level, std::memory_order_relaxed);
+}
+void cv_log_set_enabled(int enabled) {
+    s_enabled.store(enabled, std::memory_order_relaxed);
+}
 
 int cv_log_set_function(cv_log_fn fn) {
     if (!fn) return EINVAL;
@@ -567,7 +579,11 @@ int cv_log_use_syslog(void) {
     return 0;
 }
 
-int cv_btrace_init(void) { return 0; }
-int cv_btrace_cleanup(void) { return 0; }
+int cv_btrace_init(void) {
+    return 0;
+}
+int cv_btrace_cleanup(void) {
+    return 0;
+}
 
 }  // extern "C"

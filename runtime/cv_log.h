@@ -21,15 +21,15 @@ enum cv_log_sink_e { CV_LOG_NONE = 0, CV_LOG_SYSLOG = 1, CV_LOG_FILE = 2, CV_LOG
 /* Levels */
 enum cv_log_level_e { CV_LEVEL_ERR = 0, CV_LEVEL_LOG = 1, CV_LEVEL_DBG = 2 };
 
-int cv_log_init(int type, const char *name);
+int cv_log_init(int type, const char* name);
 int cv_log_cleanup(void);
 int cv_log_rotate(void);
 int cv_log_openfile(void);
 
-int cv_log(const char *fmt, ...) CV_PRINTF(1, 2);
-int cv_err(const char *fmt, ...) CV_PRINTF(1, 2);
-int cv_dbg(const char *fmt, ...) CV_PRINTF(1, 2);
-int cv_log_vmsg(int level, const char *fmt, va_list ap) CV_PRINTF(2, 0);
+int cv_log(const char* fmt, ...) CV_PRINTF(1, 2);
+int cv_err(const char* fmt, ...) CV_PRINTF(1, 2);
+int cv_dbg(const char* fmt, ...) CV_PRINTF(1, 2);
+int cv_log_vmsg(int level, const char* fmt, va_list ap) CV_PRINTF(2, 0);
 
 void cv_dbg_set(unsigned flag);
 void cv_dbg_set_all(unsigned level);
@@ -45,7 +45,7 @@ void cv_log_set_enabled(int enabled);
 /* The two sinks cv_log_init never sets up. Each takes effect only while no
  * sink is set up (else EBUSY) and lasts until cv_log_cleanup.
  * Function sink: fn receives "LABEL message" (no newline, no timestamp). */
-typedef void (*cv_log_fn)(const char *text);
+typedef void (*cv_log_fn)(const char* text);
 int cv_log_set_function(cv_log_fn fn);
 /* System log sink: facility LOG_LOCAL2. */
 int cv_log_use_syslog(void);

@@ -10,9 +10,9 @@ extern "C" {
 #endif
 
 /* Runs command through "/bin/sh -c" in a child that is not waited for. */
-int cv_process_create(pid_t *pid, const char *command);
+int cv_process_create(pid_t* pid, const char* command);
 /* 22 (EINVAL) when the variable is unset. */
-int cv_process_getenv(const char *name, char *buf, size_t size);
+int cv_process_getenv(const char* name, char* buf, size_t size);
 
 #ifdef __cplusplus
 }

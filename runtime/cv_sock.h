@@ -9,7 +9,7 @@ extern "C" {
 int cv_sock_init(void);
 int cv_sock_fini(void);
 /* Closes fd; sets it to -1 on success, returns errno on failure. */
-int cv_sock_close(int *fd);
+int cv_sock_close(int* fd);
 
 #ifdef __cplusplus
 }

@@ -20,13 +20,15 @@
 
 namespace {
 
-const char *strOrNull(const char *s) { return s ? s : "(null)"; }
+const char* strOrNull(const char* s) {
+    return s ? s : "(null)";
+}
 
 /* ---- error texts ---- */
 
 struct ErrText {
     int code;
-    const char *text;
+    const char* text;
 };
 
 const ErrText kErrTexts[] = {
@@ -59,8 +61,12 @@ const ErrText kErrTexts[] = {
 
 /* strerror_r comes in two shapes: the XSI one returns an int and fills buf,
  * the GNU one returns the text (which may or may not be buf). */
-[[maybe_unused]] const char *strerrorResult(int rc, const char *buf) { return rc == 0 ? buf : nullptr; }
-[[maybe_unused]] const char *strerrorResult(const char *text, const char *) { return text; }
+[[maybe_unused]] const char* strerrorResult(int rc, const char* buf) {
+    return rc == 0 ? buf : nullptr;
+}
+[[maybe_unused]] const char* strerrorResult(const char* text, const char*) {
+    return text;
+}
 
 /* ---- base64 ---- */
 
@@ -84,11 +90,11 @@ constexpr PairTable makePairTable() {
 constexpr PairTable kPairs = makePairTable();
 
 /* Encodes len bytes into 4 * ceil(len / 3) characters plus a NUL. */
-void encodeScalar(const uint8_t *in, size_t len, char *out) {
+void encodeScalar(const uint8_t* in, size_t len, char* out) {
     size_t i = 0;
     for (; i + 12 <= len; i += 12, out += 16) {
         for (int g = 0; g < 4; ++g) {
-            const uint8_t *s = in + i + 3 * g;
+            const uint8_t* s = in + i + 3 * g;
             uint32_t v = (uint32_t(s[0]) << 16) | (uint32_t(s[1]) << 8) | s[2];
             memcpy(out + 4 * g, kPairs.pair[v >> 12], 2);
             memcpy(out + 4 * g + 2, kPairs.pair[v & 0xfff], 2);
@@ -137,21 +143,21 @@ __attribute__((target("ssse3"))) inline __m128i sextets128(__m128i in) {
 }
 
 __attribute__((target("ssse3"))) inline __m128i toAscii128(__m128i idx) {
-    const __m128i offsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-                                          '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62,
-                                          '/' - 63, 'A', 0, 0);
+    const __m128i offsets =
+        _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                      '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
     __m128i sel = _mm_subs_epu8(idx, _mm_set1_epi8(51));
     __m128i upper = _mm_cmpgt_epi8(_mm_set1_epi8(26), idx);
     sel = _mm_or_si128(sel, _mm_and_si128(upper, _mm_set1_epi8(13)));
     return _mm_add_epi8(_mm_shuffle_epi8(offsets, sel), idx);
 }
 
-__attribute__((target("ssse3"))) void encodeSsse3(const uint8_t *in, size_t len, char *out) {
+__attribute__((target("ssse3"))) void encodeSsse3(const uint8_t* in, size_t len, char* out) {
     // Each step reads 16 bytes and uses 12: stop while 16 remain readable.
     size_t i = 0;
     for (; i + 16 <= len; i += 12, out += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), toAscii128(sextets128(v)));
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), toAscii128(sextets128(v)));
     }
     encodeScalar(in + i, len - i, out);
 }
@@ -167,11 +173,11 @@ __attribute__((target("avx2"))) inline __m256i sextets256(__m256i in) {
 }
 
 __attribute__((target("avx2"))) inline __m256i toAscii256(__m256i idx) {
-    const __m256i offsets = _mm256_setr_epi8(
-        'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-        '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0,  //
-        'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-        '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+    const __m256i offsets =
+        _mm256_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                         '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0,  //
+                         'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                         '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
     __m256i sel = _mm256_subs_epu8(idx, _mm256_set1_epi8(51));
     __m256i upper = _mm256_cmpgt_epi8(_mm256_set1_epi8(26), idx);
     sel = _mm256_or_si256(sel, _mm256_and_si256(upper, _mm256_set1_epi8(13)));
@@ -179,29 +185,29 @@ __attribute__((target("avx2"))) inline __m256i toAscii256(__m256i idx) {
 }
 
 /* Bytes i .. i+11 in the low lane, i+12 .. i+23 in the high lane. */
-__attribute__((target("avx2"))) inline __m256i load24(const uint8_t *p) {
-    __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-    __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 12));
+__attribute__((target("avx2"))) inline __m256i load24(const uint8_t* p) {
+    __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 12));
     return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
 }
 
-__attribute__((target("avx2"))) void encodeAvx2(const uint8_t *in, size_t len, char *out) {
+__attribute__((target("avx2"))) void encodeAvx2(const uint8_t* in, size_t len, char* out) {
     // Each step reads bytes i .. i+27 and uses 24 of them: stop while 28
     // remain readable. Two steps per turn keep both multipliers busy.
     size_t i = 0;
     for (; i + 52 <= len; i += 48, out += 64) {
         __m256i a = toAscii256(sextets256(load24(in + i)));
         __m256i b = toAscii256(sextets256(load24(in + i + 24)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), a);
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + 32), b);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), a);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 32), b);
     }
     for (; i + 28 <= len; i += 24, out += 32)
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), toAscii256(sextets256(load24(in + i))));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), toAscii256(sextets256(load24(in + i))));
     encodeSsse3(in + i, len - i, out);
 }
 #endif
 
-using Encoder = void (*)(const uint8_t *, size_t, char *);
+using Encoder = void (*)(const uint8_t*, size_t, char*);
 
 #if CV_BASE64_X86
 struct CpuFeatures {
@@ -211,7 +217,7 @@ struct CpuFeatures {
 
 /* Read once: the checks also make sure the system saves the vector
  * registers on a context switch. */
-const CpuFeatures &cpuFeatures() {
+const CpuFeatures& cpuFeatures() {
     static const CpuFeatures features = [] {
         __builtin_cpu_init();
         return CpuFeatures{__builtin_cpu_supports("ssse3") != 0, __builtin_cpu_supports("avx2") != 0};
@@ -243,13 +249,11 @@ int selectedImpl() {
     return impl;
 }
 
-int encodeBase64(Encoder enc, const void *in, size_t len, char *out, size_t size) {
-    if (!in || len == 0 || !out)
-        return EINVAL;
+int encodeBase64(Encoder enc, const void* in, size_t len, char* out, size_t size) {
+    if (!in || len == 0 || !out) return EINVAL;
     size_t groups = len / 3 + (len % 3 != 0);
-    if (groups > (SIZE_MAX - 1) / 4 || size <= groups * 4)
-        return CV_ERR_BUFFER_SPACE;
-    enc(static_cast<const uint8_t *>(in), len, out);
+    if (groups > (SIZE_MAX - 1) / 4 || size <= groups * 4) return CV_ERR_BUFFER_SPACE;
+    enc(static_cast<const uint8_t*>(in), len, out);
     return 0;
 }
 
@@ -257,26 +261,26 @@ int encodeBase64(Encoder enc, const void *in, size_t len, char *out, size_t size
 
 extern "C" {
 
-int cv_str_atoi(const char *s) { return s ? atoi(s) : 0; }
+int cv_str_atoi(const char* s) {
+    return s ? atoi(s) : 0;
+}
 
-char *cv_str_itoa(int value, char *buf) {
-    if (buf)
-        snprintf(buf, 12, "%d", value);
+char* cv_str_itoa(int value, char* buf) {
+    if (buf) snprintf(buf, 12, "%d", value);
     return buf;
 }
 
-int cv_str_nto(char *dst, const char *src, size_t maxlen, size_t size, size_t *pos) {
+int cv_str_nto(char* dst, const char* src, size_t maxlen, size_t size, size_t* pos) {
     if (!dst || !src || !pos || *pos >= size) {
-        cv_log("Warning: cv_str_to failure, args %p %p %lu %lu '%s'", static_cast<void *>(dst),
-               static_cast<const void *>(src), static_cast<unsigned long>(size),
+        cv_log("Warning: cv_str_to failure, args %p %p %lu %lu '%s'", static_cast<void*>(dst),
+               static_cast<const void*>(src), static_cast<unsigned long>(size),
                static_cast<unsigned long>(pos ? *pos : 0), strOrNull(src));
-        if (dst && size > 0)
-            dst[0] = '\0';
+        if (dst && size > 0) dst[0] = '\0';
         return EINVAL;
     }
     size_t room = size - 1 - *pos;
     size_t n = strnlen(src, maxlen);
-    char *at = dst + *pos;
+    char* at = dst + *pos;
     if (n <= room) {
         memcpy(at, src, n);
         at[n] = '\0';
@@ -289,27 +293,24 @@ int cv_str_nto(char *dst, const char *src, size_t maxlen, size_t size, size_t *p
     return CV_ERR_BUFFER_SPACE;
 }
 
-int cv_str_to(char *dst, const char *src, size_t size, size_t *pos) {
+int cv_str_to(char* dst, const char* src, size_t size, size_t* pos) {
     return cv_str_nto(dst, src, SIZE_MAX, size, pos);
 }
 
-int cv_str_ncpy(char *dst, const char *src, size_t size) {
+int cv_str_ncpy(char* dst, const char* src, size_t size) {
     size_t pos = 0;
     return cv_str_nto(dst, src, SIZE_MAX, size, &pos);
 }
 
-int cv_str_ncat(char *dst, const char *src, size_t size) {
-    if (src && src[0] == '\0')
-        return 0;
+int cv_str_ncat(char* dst, const char* src, size_t size) {
+    if (src && src[0] == '\0') return 0;
     size_t pos = (dst && size > 0) ? strnlen(dst, size) : 0;
-    if (dst && src && size > 0 && pos >= size - 1)
-        return CV_ERR_BUFFER_SPACE;  // already full: left as it is
+    if (dst && src && size > 0 && pos >= size - 1) return CV_ERR_BUFFER_SPACE;  // already full: left as it is
     return cv_str_nto(dst, src, SIZE_MAX, size, &pos);
 }
 
-size_t cv_utf8_trim_trailing_partial(char *s, size_t len) {
-    if (!s || len == 0)
-        return len;
+size_t cv_utf8_trim_trailing_partial(char* s, size_t len) {
+    if (!s || len == 0) return len;
     // Walk back over at most three continuation bytes to the lead byte of
     // the last sequence.
     size_t i = len;
@@ -318,8 +319,7 @@ size_t cv_utf8_trim_trailing_partial(char *s, size_t len) {
         --i;
         ++cont;
     }
-    if (i == 0)
-        return len;
+    if (i == 0) return len;
     unsigned char lead = static_cast<unsigned char>(s[i - 1]);
     size_t need;
     if ((lead & 0xE0) == 0xC0)
@@ -330,22 +330,19 @@ size_t cv_utf8_trim_trailing_partial(char *s, size_t len) {
         need = 4;
     else
         return len;  // ASCII, or not UTF-8 at all: nothing partial to remove
-    if (cont + 1 >= need)
-        return len;
+    if (cont + 1 >= need) return len;
     s[i - 1] = '\0';
     return i - 1;
 }
 
-int cv_platform_errstr(int code, char *buf, size_t size) {
-    if (!buf || size == 0)
-        return EINVAL;
-    for (const ErrText &e : kErrTexts) {
-        if (e.code == code)
-            return cv_str_ncpy(buf, e.text, size);
+int cv_platform_errstr(int code, char* buf, size_t size) {
+    if (!buf || size == 0) return EINVAL;
+    for (const ErrText& e : kErrTexts) {
+        if (e.code == code) return cv_str_ncpy(buf, e.text, size);
     }
     char tmp[256];
     tmp[0] = '\0';
-    const char *text = strerrorResult(strerror_r(code, tmp, sizeof tmp), tmp);
+    const char* text = strerrorResult(strerror_r(code, tmp, sizeof tmp), tmp);
     if (!text || !text[0]) {
         snprintf(tmp, sizeof tmp, "Unknown error %d", code);
         text = tmp;
@@ -353,19 +350,22 @@ int cv_platform_errstr(int code, char *buf, size_t size) {
     return cv_str_ncpy(buf, text, size);
 }
 
-int cv_str_buf_to_base64(const void *in, size_t len, char *out, size_t size) {
+int cv_str_buf_to_base64(const void* in, size_t len, char* out, size_t size) {
     static const Encoder best = encoderFor(selectedImpl());
     return encodeBase64(best, in, len, out, size);
 }
 
-int cv_base64_impl_supported(int impl) { return encoderFor(impl) ? 1 : 0; }
+int cv_base64_impl_supported(int impl) {
+    return encoderFor(impl) ? 1 : 0;
+}
 
-int cv_base64_impl_selected(void) { return selectedImpl(); }
+int cv_base64_impl_selected(void) {
+    return selectedImpl();
+}
 
-int cv_str_buf_to_base64_impl(int impl, const void *in, size_t len, char *out, size_t size) {
+int cv_str_buf_to_base64_impl(int impl, const void* in, size_t len, char* out, size_t size) {
     Encoder enc = encoderFor(impl);
-    if (!enc)
-        return CV_ERR_UNIMPLEMENTED;
+    if (!enc) return CV_ERR_UNIMPLEMENTED;
     return encodeBase64(enc, in, len, out, size);
 }
 

@@ -23,7 +23,7 @@ int cv_base64_impl_supported(int impl);
 int cv_base64_impl_selected(void);
 /* cv_str_buf_to_base64 with a chosen encoder; CV_ERR_UNIMPLEMENTED when it
  * is not supported here. */
-int cv_str_buf_to_base64_impl(int impl, const void *in, size_t len, char *out, size_t size);
+int cv_str_buf_to_base64_impl(int impl, const void* in, size_t len, char* out, size_t size);
 
 #ifdef __cplusplus
 }

@@ -45,11 +45,17 @@ int cv_mutex_init(cv_mutex_t* m) {
     return 0;
 }
 
-int cv_mutex_destroy(cv_mutex_t* m) { return m ? pthread_mutex_destroy(m) : EINVAL; }
+int cv_mutex_destroy(cv_mutex_t* m) {
+    return m ? pthread_mutex_destroy(m) : EINVAL;
+}
 
-int cv_mutex_acquire(cv_mutex_t* m) { return m ? pthread_mutex_lock(m) : EINVAL; }
+int cv_mutex_acquire(cv_mutex_t* m) {
+    return m ? pthread_mutex_lock(m) : EINVAL;
+}
 
-int cv_mutex_release(cv_mutex_t* m) { return m ? pthread_mutex_unlock(m) : EINVAL; }
+int cv_mutex_release(cv_mutex_t* m) {
+    return m ? pthread_mutex_unlock(m) : EINVAL;
+}
 
 int cv_cond_init(cv_cond_t* c, cv_mutex_t* m) {
     if (!c || !m) return EINVAL;
@@ -59,13 +65,17 @@ int cv_cond_init(cv_cond_t* c, cv_mutex_t* m) {
     return err;
 }
 
-int cv_cond_destroy(cv_cond_t* c) { return c ? pthread_cond_destroy(&c->cond) : EINVAL; }
+int cv_cond_destroy(cv_cond_t* c) {
+    return c ? pthread_cond_destroy(&c->cond) : EINVAL;
+}
 
 int cv_cond_wait(cv_cond_t* c) {
     if (!c || !c->mutex) return EINVAL;
     return pthread_cond_wait(&c->cond, c->mutex);
 }
 
-int cv_cond_signal(cv_cond_t* c) { return c ? pthread_cond_signal(&c->cond) : EINVAL; }
+int cv_cond_signal(cv_cond_t* c) {
+    return c ? pthread_cond_signal(&c->cond) : EINVAL;
+}
 
 }  // extern "C"

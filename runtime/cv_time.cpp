@@ -7,7 +7,9 @@
 
 extern "C" {
 
-int cv_time_init(void) { return 0; }
+int cv_time_init(void) {
+    return 0;
+}
 
 int cv_time_gettimeofday(struct timeval* tv, void* tz) {
     if (!tv) return EINVAL;

@@ -37,7 +37,8 @@ void callbackBrowser(void* data) {
     auto* result = static_cast<NPVariant*>(NPN_MemAlloc(sizeof(NPVariant)));
     if (result) {
         VOID_TO_NPVARIANT(*result);
-        if (message->callback() && NPN_InvokeDefault(message->npp(), message->callback(), &argument, 1, result) &&
+        if (message->callback() &&
+            NPN_InvokeDefault(message->npp(), message->callback(), &argument, 1, result) &&
             !NPVARIANT_IS_STRING(*result)) {
             NPN_ReleaseVariantValue(result);
         }

@@ -21,7 +21,9 @@ File::File(const std::string& path) : _path(path) {
     }
 }
 
-File::~File() { close(); }
+File::~File() {
+    close();
+}
 
 bool File::open() {
     close();
@@ -37,8 +39,7 @@ bool File::open() {
 }
 
 std::string File::read() {
-    if (!isOpen())
-        return "";
+    if (!isOpen()) return "";
     char buf[kReadLimit];
     size_t got = 0;
     cv_file_read(&_handle, buf, sizeof(buf), &got);
@@ -48,14 +49,12 @@ std::string File::read() {
 
 long long File::size() {
     cv_stat_t rec = {};
-    if (isOpen())
-        cv_file_fstat(&_handle, &rec);
+    if (isOpen()) cv_file_fstat(&_handle, &rec);
     return static_cast<long long>(rec.size);
 }
 
 void File::close() {
-    if (isOpen())
-        cv_file_close(&_handle);
+    if (isOpen()) cv_file_close(&_handle);
     _handle = CV_FILE_INVALID;
 }
 

@@ -28,8 +28,7 @@ std::string cachedPluginPath;
 
 std::string FileSystem::appDataPath() {
     std::lock_guard<std::mutex> lock(cacheMutex());
-    if (!cachedAppDataPath.empty())
-        return cachedAppDataPath;
+    if (!cachedAppDataPath.empty()) return cachedAppDataPath;
     std::string folder;
     int status = PlatformUtils::userAppDataFolder(folder);
     if (status != 0) {
@@ -42,12 +41,13 @@ std::string FileSystem::appDataPath() {
     return cachedAppDataPath;
 }
 
-std::string FileSystem::kestrixAppDataPath() { return appDataPath() + kKestrixFolder; }
+std::string FileSystem::kestrixAppDataPath() {
+    return appDataPath() + kKestrixFolder;
+}
 
 std::string FileSystem::logPath() {
     std::lock_guard<std::mutex> lock(cacheMutex());
-    if (!cachedLogPath.empty())
-        return cachedLogPath;
+    if (!cachedLogPath.empty()) return cachedLogPath;
     std::string folder;
     int status = PlatformUtils::userLogsFolder(folder);
     if (status != 0) {
@@ -62,15 +62,13 @@ std::string FileSystem::logPath() {
 
 std::string FileSystem::logFolder() {
     std::string path = logPath();
-    if (path == kLogFile)
-        return "";
+    if (path == kLogFile) return "";
     return path.substr(0, path.rfind('/'));
 }
 
 std::string FileSystem::pluginPath() {
     std::lock_guard<std::mutex> lock(cacheMutex());
-    if (!cachedPluginPath.empty())
-        return cachedPluginPath;
+    if (!cachedPluginPath.empty()) return cachedPluginPath;
     std::string folder;
     int status = PlatformUtils::userPluginFolder(folder);
     if (status != 0) {

@@ -50,8 +50,7 @@ bool readLength(const char* text, long long& length) {
     char* end = nullptr;
     errno = 0;
     const long long value = std::strtoll(text, &end, 10);
-    if (end == text)
-        return false;
+    if (end == text) return false;
     length = (errno == ERANGE || value < 0) ? LLONG_MAX : value;
     return true;
 }
@@ -86,13 +85,11 @@ std::string receiveResponse(Socket& socket) {
 
         if (lengthPos == std::string::npos) {
             lengthPos = findFrom(text, HttpRequest::kContentLength.c_str(), lengthSearch);
-            if (lengthPos == std::string::npos)
-                continue;
+            if (lengthPos == std::string::npos) continue;
             lineEndSearch = lengthPos + HttpRequest::kContentLength.size();
         }
         if (!lengthRead) {
-            if (findFrom(text, kLineEnd, lineEndSearch) == std::string::npos)
-                continue;
+            if (findFrom(text, kLineEnd, lineEndSearch) == std::string::npos) continue;
             lengthRead = true;
             if (!readLength(text.c_str() + lengthPos + HttpRequest::kContentLength.size(), length) ||
                 length == 0)
@@ -100,8 +97,7 @@ std::string receiveResponse(Socket& socket) {
         }
         if (bodyStart == std::string::npos) {
             const std::string::size_type headerEnd = findFrom(text, kHeaderEnd, headerEndSearch);
-            if (headerEnd == std::string::npos)
-                continue;
+            if (headerEnd == std::string::npos) continue;
             bodyStart = headerEnd + 4;
             if (length <= kMaxReserve)
                 text.reserve(headerEnd + static_cast<std::string::size_type>(length) + 5);
@@ -209,22 +205,19 @@ HttpResponse* HttpRequest::invoke() {
         request.append(header.first).append(": ").append(header.second).append(kLineEnd);
     request.append(kLineEnd).append(_data);
 
-    if (cv_dbg_get_all() >= 2)
-        cv_dbg("HttpRequest::invoke() - Request:\n%s", request.c_str());
+    if (cv_dbg_get_all() >= 2) cv_dbg("HttpRequest::invoke() - Request:\n%s", request.c_str());
 
     std::string::size_type sent = 0;
     while (sent < request.size()) {
         const int part = static_cast<int>(std::min<std::string::size_type>(request.size() - sent, INT_MAX));
         const int n = socket.send(request.data() + sent, part);
-        if (n < 0)
-            return nullptr;
+        if (n < 0) return nullptr;
         sent += static_cast<std::string::size_type>(n);
     }
 
     timeval start;
     const int startCode = cv_time_gettimeofday(&start, nullptr);
-    if (startCode != 0)
-        cv_err(" HttpRequest::invoke() - cv_time_gettimeofday error: %i", startCode);
+    if (startCode != 0) cv_err(" HttpRequest::invoke() - cv_time_gettimeofday error: %i", startCode);
 
     const std::string response = receiveResponse(socket);
     if (HttpAbort::thisThreadAborted()) {
@@ -239,8 +232,8 @@ HttpResponse* HttpRequest::invoke() {
             cv_err("HttpRequest::invoke() - cv_time_gettimeofday error: %i", code);
         } else if (cv_dbg_get_all() >= 2) {
             cv_dbg("HttpRequest::invoke() - %s response took %llu us", path.c_str(), micros);
-            cv_dbg("HttpRequest::invoke() - Response (%lu bytes):\n%s", static_cast<unsigned long>(response.size()),
-                   response.c_str());
+            cv_dbg("HttpRequest::invoke() - Response (%lu bytes):\n%s",
+                   static_cast<unsigned long>(response.size()), response.c_str());
         }
     }
 

@@ -15,8 +15,7 @@ const char kHeaderSeparator[] = ": ";
 std::string HttpResponse::header(const std::string& name) const {
     // lower_bound: the first of several equal names, in the order added.
     const auto it = _headers.lower_bound(name);
-    if (it == _headers.end() || it->first != name)
-        return std::string();
+    if (it == _headers.end() || it->first != name) return std::string();
     return it->second;
 }
 
@@ -26,17 +25,14 @@ void HttpResponse::addHeader(const std::string& name, const std::string& value) 
 
 HttpResponse* HttpResponse::parse(const std::string& text) {
     const std::string::size_type statusEnd = text.find(kLineEnd);
-    if (statusEnd == std::string::npos)
-        return nullptr;
+    if (statusEnd == std::string::npos) return nullptr;
 
     // "<version> <code> <reason>": the version is not checked, but a reason
     // must follow the code.
     const std::string::size_type codeStart = text.find(' ');
-    if (codeStart == std::string::npos || codeStart >= statusEnd)
-        return nullptr;
+    if (codeStart == std::string::npos || codeStart >= statusEnd) return nullptr;
     const std::string::size_type codeEnd = text.find(' ', codeStart + 1);
-    if (codeEnd == std::string::npos || codeEnd >= statusEnd)
-        return nullptr;
+    if (codeEnd == std::string::npos || codeEnd >= statusEnd) return nullptr;
 
     std::unique_ptr<HttpResponse> response(new HttpResponse());
     const std::string code = text.substr(codeStart + 1, codeEnd - codeStart - 1);
@@ -49,11 +45,9 @@ HttpResponse* HttpResponse::parse(const std::string& text) {
             return response.release();
         }
         const std::string::size_type lineEnd = text.find(kLineEnd, pos);
-        if (lineEnd == std::string::npos)
-            return nullptr;
+        if (lineEnd == std::string::npos) return nullptr;
         const std::string::size_type separator = text.find(kHeaderSeparator, pos);
-        if (separator == std::string::npos || separator >= lineEnd)
-            return nullptr;
+        if (separator == std::string::npos || separator >= lineEnd) return nullptr;
         response->addHeader(text.substr(pos, separator - pos),
                             text.substr(separator + 2, lineEnd - separator - 2));
         pos = lineEnd + 2;

@@ -18,8 +18,7 @@ std::string dotted(const in_addr& address) {
     // inet_ntop rather than inet_ntoa: same text, no shared static buffer
     // when several threads resolve at once.
     char text[INET_ADDRSTRLEN] = "";
-    if (!inet_ntop(AF_INET, &address, text, sizeof(text)))
-        return std::string();
+    if (!inet_ntop(AF_INET, &address, text, sizeof(text))) return std::string();
     return text;
 }
 
@@ -31,8 +30,7 @@ IpAddress::IpAddress() {
 }
 
 IpAddress::IpAddress(const sockaddr_in* address) : IpAddress() {
-    if (address)
-        _address = *address;
+    if (address) _address = *address;
 }
 
 std::string IpAddress::resolve(const std::string& host) {
@@ -42,8 +40,7 @@ std::string IpAddress::resolve(const std::string& host) {
         return std::string();
     }
     const addrinfo* entry = list;
-    while (entry && entry->ai_family != AF_INET)
-        entry = entry->ai_next;
+    while (entry && entry->ai_family != AF_INET) entry = entry->ai_next;
     if (!entry) {
         cv_log("ERROR: Unable to resolve IP address (AF_INET not found)");
         std::fflush(stdout);

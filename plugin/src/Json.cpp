@@ -78,7 +78,9 @@ const yajl_callbacks kScanCallbacks = {onNull,  onBoolean, nullptr, nullptr, onN
 
 }  // namespace
 
-Json::Json() : _tree(nullptr) { _errorBuffer[0] = '\0'; }
+Json::Json() : _tree(nullptr) {
+    _errorBuffer[0] = '\0';
+}
 
 Json::~Json() {
     if (_tree) yajl_tree_free(_tree);
@@ -125,7 +127,9 @@ bool Json::scan(const std::string& text) {
     return ok;
 }
 
-std::string Json::err() const { return _errorBuffer; }
+std::string Json::err() const {
+    return _errorBuffer;
+}
 
 yajl_val Json::get(const char** path, yajl_val node) const {
     yajl_val from = node ? node : _tree;
@@ -133,7 +137,9 @@ yajl_val Json::get(const char** path, yajl_val node) const {
     return yajl_tree_get(from, path, yajl_t_any);
 }
 
-bool Json::isTrue(const char** path, yajl_val node) const { return YAJL_IS_TRUE(get(path, node)); }
+bool Json::isTrue(const char** path, yajl_val node) const {
+    return YAJL_IS_TRUE(get(path, node));
+}
 
 std::string Json::getString(const char** path, yajl_val node) const {
     yajl_val v = get(path, node);
@@ -152,7 +158,9 @@ std::string Json::createError(const std::string& message) {
     return "{\"error\":{\"code\":-1,\"user_message\":\"" + message + "\"}}";
 }
 
-std::string Json::createError(const std::exception& e) { return createError(std::string(e.what())); }
+std::string Json::createError(const std::exception& e) {
+    return createError(std::string(e.what()));
+}
 
 std::string Json::createError(const std::exception& e, const std::string& context) {
     return createError(context + ": " + e.what());
@@ -163,7 +171,9 @@ std::string Json::createErrorAndLog(const std::string& message) {
     return createError(message);
 }
 
-std::string Json::createErrorAndLog(const std::exception& e) { return createErrorAndLog(std::string(e.what())); }
+std::string Json::createErrorAndLog(const std::exception& e) {
+    return createErrorAndLog(std::string(e.what()));
+}
 
 std::string Json::createErrorAndLog(const std::exception& e, const std::string& context) {
     return createErrorAndLog(context + ": " + e.what());

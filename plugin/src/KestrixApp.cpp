@@ -52,9 +52,13 @@ std::string _binPath;
 
 std::atomic<int> _launchTimeoutMs{kDefaultLaunchTimeoutMs};
 
-bool debugAtLeast(unsigned level) { return cv_dbg_get_all() >= level; }
+bool debugAtLeast(unsigned level) {
+    return cv_dbg_get_all() >= level;
+}
 
-std::string urlFilePath() { return FileSystem::kestrixAppDataPath() + kUrlFile; }
+std::string urlFilePath() {
+    return FileSystem::kestrixAppDataPath() + kUrlFile;
+}
 
 void clearCachedUrl() {
     std::lock_guard<std::mutex> lock(appUrlMutex());
@@ -65,38 +69,35 @@ void clearCachedUrl() {
 std::string configuredAppFolder() {
     std::ifstream in(FileSystem::kestrixAppDataPath() + kAppPathFile);
     std::string line;
-    if (!std::getline(in, line))
-        return "";
-    if (!line.empty() && line.back() == '\r')
-        line.pop_back();
+    if (!std::getline(in, line)) return "";
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     return line;
 }
 
-bool isKestrixPid(int pid) { return pid != -1 && pid != -2; }
+bool isKestrixPid(int pid) {
+    return pid != -1 && pid != -2;
+}
 
 }  // namespace
 
 Url KestrixApp::url() {
     {
         std::lock_guard<std::mutex> lock(appUrlMutex());
-        if (!_appUrl.url.empty())
-            return _appUrl;
+        if (!_appUrl.url.empty()) return _appUrl;
         _appUrl.clear();
     }
 
     Url fresh;
     try {
         const std::string path = urlFilePath();
-        if (debugAtLeast(2))
-            cv_dbg("Reading Corvane Kestrix URL from %s", path.c_str());
+        if (debugAtLeast(2)) cv_dbg("Reading Corvane Kestrix URL from %s", path.c_str());
         File file(path);
         const std::string text = file.read();
         if (!text.empty()) {
             // The whole text is parsed: the key lines end up in the last
             // field, which the callers never look at.
             fresh = Url(text);
-            if (debugAtLeast(2))
-                cv_dbg("Read Corvane Kestrix URL: %s", fresh.url.c_str());
+            if (debugAtLeast(2)) cv_dbg("Read Corvane Kestrix URL: %s", fresh.url.c_str());
         } else if (debugAtLeast(2)) {
             cv_dbg("Failed to read Corvane Kestrix URL from %s", path.c_str());
         }
@@ -115,21 +116,18 @@ Url KestrixApp::url() {
 std::string KestrixApp::kestrixUUID() {
     try {
         const std::string path = urlFilePath();
-        if (debugAtLeast(2))
-            cv_dbg("Reading Corvane Kestrix UUID from %s", path.c_str());
+        if (debugAtLeast(2)) cv_dbg("Reading Corvane Kestrix UUID from %s", path.c_str());
         File file(path);
         const std::string text = file.read();
         if (text.empty()) {
-            if (debugAtLeast(2))
-                cv_dbg("Failed to read Corvane UUID from %s", path.c_str());
+            if (debugAtLeast(2)) cv_dbg("Failed to read Corvane UUID from %s", path.c_str());
             return "";
         }
         // Everything after the first line, trailing newline and all; a file
         // without a newline is taken whole.
         const size_t newline = text.find('\n');
         const std::string key = newline == std::string::npos ? text : text.substr(newline + 1);
-        if (debugAtLeast(2))
-            cv_dbg("Kestrix UUID: %s", key.c_str());
+        if (debugAtLeast(2)) cv_dbg("Kestrix UUID: %s", key.c_str());
         return key;
     } catch (const std::exception& e) {
         cv_err("Failed to get Kestrix UUID: %s", e.what());
@@ -144,8 +142,7 @@ int KestrixApp::pid() {
 
 std::string KestrixApp::binPath() {
     std::lock_guard<std::mutex> lock(binPathMutex());
-    if (!_binPath.empty())
-        return _binPath;
+    if (!_binPath.empty()) return _binPath;
 
     const std::string firstFolder = configuredAppFolder();
     if (!firstFolder.empty() && debugAtLeast(1))
@@ -153,8 +150,7 @@ std::string KestrixApp::binPath() {
 
     const std::vector<std::string> folders = PlatformUtils::applicationSearchFolders(firstFolder);
     std::vector<const char*> dirs;
-    for (const std::string& folder : folders)
-        dirs.push_back(folder.c_str());
+    for (const std::string& folder : folders) dirs.push_back(folder.c_str());
     dirs.push_back(nullptr);
 
     char found[CV_MAX_PATH];
@@ -175,12 +171,10 @@ bool KestrixApp::isRunning() {
     for (;;) {
         std::unique_ptr<HttpRequest> request(
             Utils::createHttpRequest(HttpRequest::kGetMethod, versionPath, "", kContentTypeJson));
-        if (!request)
-            return false;
+        if (!request) return false;
         std::unique_ptr<HttpResponse> response(request->invoke());
         request.reset();
-        if (response)
-            return true;
+        if (response) return true;
 
         unsigned short stalePort;
         {
@@ -190,21 +184,18 @@ bool KestrixApp::isRunning() {
         }
         // The client may have restarted on another port.
         const Url fresh = url();
-        if (fresh.url.empty() || fresh.port(0) == stalePort)
-            return false;
+        if (fresh.url.empty() || fresh.port(0) == stalePort) return false;
     }
 }
 
 bool KestrixApp::launch() {
-    if (isRunning())
-        return true;
+    if (isRunning()) return true;
     // A worker that is being stopped had its question cut short: the
     // client may well be running, and nobody waits for it any more.
     if (HttpAbort::thisThreadAborted()) return false;
 
     const std::string path = binPath();
-    if (path.empty())
-        return false;
+    if (path.empty()) return false;
 
     const std::string command = PlatformUtils::launchCommand(path);
     const std::string announcement = kMsgKestrixLaunch + " - Command: " + command;
@@ -219,8 +210,8 @@ bool KestrixApp::launch() {
     pid_t child = 0;
     const int code = cv_process_create(&child, command.c_str());
     if (code != 0) {
-        const std::string failure =
-            "Failed to launch Corvane Kestrix: " + Utils::errorCodeToStr(code) + " (" + std::to_string(code) + ")";
+        const std::string failure = "Failed to launch Corvane Kestrix: " + Utils::errorCodeToStr(code) +
+                                    " (" + std::to_string(code) + ")";
         cv_err("%s", failure.c_str());
         return false;
     }
@@ -239,8 +230,7 @@ bool KestrixApp::launch() {
     int waitedMs = 0;
     bool seenProcess = false;
     for (;;) {
-        if (isRunning())
-            break;
+        if (isRunning()) break;
         if (HttpAbort::thisThreadAborted()) return false;
         const int sleepCode = cv_thread_sleep(kLaunchPollMs);
         if (sleepCode != 0) {
@@ -259,13 +249,11 @@ bool KestrixApp::launch() {
             cv_log("Corvane Kestrix process started (pid: %d)", kestrixPid);
             seenProcess = true;
         }
-        if (waitedMs >= timeoutMs)
-            break;
+        if (waitedMs >= timeoutMs) break;
     }
 
     if (waitedMs < timeoutMs) {
-        if (debugAtLeast(2))
-            cv_dbg("Waited %dms for Kestrix to launch and write URL file", waitedMs);
+        if (debugAtLeast(2)) cv_dbg("Waited %dms for Kestrix to launch and write URL file", waitedMs);
         return true;
     }
     cv_log("Warning: Timed out waiting for Corvane Kestrix to launch");
@@ -274,24 +262,25 @@ bool KestrixApp::launch() {
 
 bool KestrixApp::terminate() {
     std::unique_ptr<HttpRequest> request(Utils::createHttpRequest(kContentTypeJson));
-    if (!request)
-        return true;
+    if (!request) return true;
     request->path = "/v" + kKestrixApiVersion + "/kestrix/exit";
     request->method = HttpRequest::kPostMethod;
     request->appendData(kExitBody);
     std::unique_ptr<HttpResponse> response(request->invoke());
     request.reset();
-    if (!response)
-        return true;
+    if (!response) return true;
     // A client too old to know the exit call is stopped the hard way.
-    if (response->statusCode() == 404)
-        KillProcesses(kKestrixProcessName);
+    if (response->statusCode() == 404) KillProcesses(kKestrixProcessName);
     return response->statusCode() != 403;
 }
 
-int KestrixApp::launchTimeoutMs() { return _launchTimeoutMs.load(); }
+int KestrixApp::launchTimeoutMs() {
+    return _launchTimeoutMs.load();
+}
 
-void KestrixApp::setLaunchTimeoutMs(int ms) { _launchTimeoutMs.store(ms); }
+void KestrixApp::setLaunchTimeoutMs(int ms) {
+    _launchTimeoutMs.store(ms);
+}
 
 void KestrixApp::resetCache() {
     clearCachedUrl();

@@ -20,7 +20,8 @@ static const std::wstring kDialogEtAlW = L"et al";
 static const std::string kErrorSessionAlreadyInitialized = "Session was already initialized";
 static const std::string kErrorBadAppIdHostname = "Invalid application ID hostname";
 static const std::string kErrorKestrixRequest =
-    "Error contacting Corvane Kestrix. Ensure that it is running, and not blocked by your firewall or security "
+    "Error contacting Corvane Kestrix. Ensure that it is running, and not blocked by your firewall or "
+    "security "
     "policies.";
 static const std::string kErrorKestrixVersion = "Error retrieving the Corvane Kestrix version";
 static const std::string kErrorCreatingHttpRequest = "Error creating HTTP request";

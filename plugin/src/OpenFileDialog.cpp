@@ -21,8 +21,8 @@ OpenFileDialog::OpenFileDialog(void* parent, const std::string& title, bool allo
 }
 
 bool OpenFileDialog::init(const std::string& browserName) {
-    _impl = DialogImplFactory::createOpenDialog(_parent, _title, _allowDirectories, _allowMultiple, _fileTypes,
-                                                false, browserName);
+    _impl = DialogImplFactory::createOpenDialog(_parent, _title, _allowDirectories, _allowMultiple,
+                                                _fileTypes, false, browserName);
     return true;
 }
 
@@ -30,7 +30,9 @@ std::string OpenFileDialog::resultFor(const std::vector<std::string>& paths) con
     return _extended ? Utils::createExtendedObject(paths) : PathEscaper::toJsonStr(paths);
 }
 
-const std::string& OpenFileDialog::unexpectedErrorMessage() const { return kErrorUnexpectedFileDialog; }
+const std::string& OpenFileDialog::unexpectedErrorMessage() const {
+    return kErrorUnexpectedFileDialog;
+}
 
 }  // namespace Web
 }  // namespace Kestrix

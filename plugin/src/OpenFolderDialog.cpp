@@ -20,7 +20,9 @@ std::string OpenFolderDialog::resultFor(const std::vector<std::string>& paths) c
     return _extended ? Utils::createExtendedObject(paths) : PathEscaper::toJsonStr(paths);
 }
 
-const std::string& OpenFolderDialog::unexpectedErrorMessage() const { return kErrorUnexpectedFolderDialog; }
+const std::string& OpenFolderDialog::unexpectedErrorMessage() const {
+    return kErrorUnexpectedFolderDialog;
+}
 
 }  // namespace Web
 }  // namespace Kestrix

@@ -12,23 +12,34 @@ PanelDialog::PanelDialog(void* parent, const std::string& title)
 
 PanelDialog::~PanelDialog() = default;
 
-bool PanelDialog::isInterrupted() const { return _interrupted; }
+bool PanelDialog::isInterrupted() const {
+    return _interrupted;
+}
 
-unsigned long PanelDialog::result() const { return _impl ? static_cast<unsigned long>(_impl->state()) : 0; }
+unsigned long PanelDialog::result() const {
+    return _impl ? static_cast<unsigned long>(_impl->state()) : 0;
+}
 
-std::string PanelDialog::resultStr() const { return _resultStr; }
+std::string PanelDialog::resultStr() const {
+    return _resultStr;
+}
 
-void* PanelDialog::getSystemDialog() const { return _impl ? _impl->systemDialog() : nullptr; }
+void* PanelDialog::getSystemDialog() const {
+    return _impl ? _impl->systemDialog() : nullptr;
+}
 
-std::vector<std::string> PanelDialog::show() { return showHelper(true, true); }
+std::vector<std::string> PanelDialog::show() {
+    return showHelper(true, true);
+}
 
-std::vector<std::string> PanelDialog::showWithoutModality() { return showHelper(true, false); }
+std::vector<std::string> PanelDialog::showWithoutModality() {
+    return showHelper(true, false);
+}
 
 std::vector<std::string> PanelDialog::showHelper(bool withTimeout, bool modal) {
     _resultStr.clear();
     _paths.clear();
-    if (!_impl)
-        return _paths;
+    if (!_impl) return _paths;
     // Only a script call's own show waits for the panel, and only it has
     // the guard.
     _impl->setTimeout(withTimeout ? IDialogImpl::kShowTimeoutSeconds : 0);
@@ -39,8 +50,7 @@ std::vector<std::string> PanelDialog::showHelper(bool withTimeout, bool modal) {
 }
 
 void PanelDialog::run() {
-    if (_interrupted)
-        return;
+    if (_interrupted) return;
     try {
         showHelper(false, false);
     } catch (const std::exception& e) {
@@ -50,8 +60,7 @@ void PanelDialog::run() {
 
 void PanelDialog::stop() {
     _interrupted = true;
-    if (_impl)
-        _impl->doClose();
+    if (_impl) _impl->doClose();
 }
 
 }  // namespace Web

@@ -3,8 +3,7 @@
 namespace Kestrix {
 namespace Web {
 
-std::string PathEscaper::strReplace(std::string text, const std::string& from, const std::string& to)
-{
+std::string PathEscaper::strReplace(std::string text, const std::string& from, const std::string& to) {
     if (from.empty() || text.empty()) {
         return text;
     }
@@ -16,19 +15,16 @@ std::string PathEscaper::strReplace(std::string text, const std::string& from, c
     return text;
 }
 
-std::string PathEscaper::toFileUrl(const std::string& path)
-{
+std::string PathEscaper::toFileUrl(const std::string& path) {
     return "file://" + strReplace(path, "\\", "/");
 }
 
-std::string PathEscaper::toJsonStr(const std::string& path, bool quote)
-{
+std::string PathEscaper::toJsonStr(const std::string& path, bool quote) {
     const std::string escaped = strReplace(path, "\\", "\\\\");
     return quote ? "\"" + escaped + "\"" : escaped;
 }
 
-std::string PathEscaper::toJsonStr(const std::vector<std::string>& paths)
-{
+std::string PathEscaper::toJsonStr(const std::vector<std::string>& paths) {
     std::string out = "[";
     for (std::vector<std::string>::size_type i = 0; i < paths.size(); ++i) {
         if (i > 0) {
@@ -40,8 +36,7 @@ std::string PathEscaper::toJsonStr(const std::vector<std::string>& paths)
     return out;
 }
 
-std::string PathEscaper::toColonSeparatedStr(const std::vector<std::string>& paths)
-{
+std::string PathEscaper::toColonSeparatedStr(const std::vector<std::string>& paths) {
     std::string out;
     for (std::vector<std::string>::size_type i = 0; i < paths.size(); ++i) {
         if (i > 0) {

@@ -7,10 +7,9 @@
 #include <sys/mman.h>
 
 #include <atomic>
+#include <exception>
 #include <initializer_list>
 #include <new>
-
-#include <exception>
 
 #include "AboutWindow.h"
 #include "HttpRequest.h"
@@ -40,7 +39,9 @@ const char* const kShortVersion = "3.5";
 
 std::atomic<int> pollIntervalMs{TransfersPoller::kDefaultIntervalMs};
 
-std::string withForwardSlashes(const std::string& path) { return PathEscaper::strReplace(path, "\\", "/"); }
+std::string withForwardSlashes(const std::string& path) {
+    return PathEscaper::strReplace(path, "\\", "/");
+}
 
 // The approved list stores paths with forward slashes and without one
 // trailing "/". An empty path has no last byte: at() throws, and the
@@ -82,9 +83,13 @@ bool PlugIn::isRequestPathValid(const std::string& path) {
     return true;
 }
 
-void PlugIn::setTransfersPollIntervalMs(int intervalMs) { pollIntervalMs.store(intervalMs); }
+void PlugIn::setTransfersPollIntervalMs(int intervalMs) {
+    pollIntervalMs.store(intervalMs);
+}
 
-int PlugIn::transfersPollIntervalMs() { return pollIntervalMs.load(); }
+int PlugIn::transfersPollIntervalMs() {
+    return pollIntervalMs.load();
+}
 
 PlugIn::PlugIn() {
     cv_dbg("Plugin() [%p]", static_cast<void*>(this));
@@ -221,11 +226,17 @@ std::string PlugIn::kestrixHttpRequestAsync(const std::string& method, const std
     return "";
 }
 
-std::string PlugIn::queryBuildVersion() const { return kPluginVersion; }
+std::string PlugIn::queryBuildVersion() const {
+    return kPluginVersion;
+}
 
-std::string PlugIn::queryPluginVersion() const { return kPluginVersion; }
+std::string PlugIn::queryPluginVersion() const {
+    return kPluginVersion;
+}
 
-std::string PlugIn::queryVersion() const { return kShortVersion; }
+std::string PlugIn::queryVersion() const {
+    return kShortVersion;
+}
 
 std::string PlugIn::queryKestrixVersion() {
     std::string path = "/v" + kKestrixApiVersion + "/kestrix/version";
@@ -366,7 +377,8 @@ std::string PlugIn::isJsonValid(std::string body) {
         std::string root = json.getString(rootPath, spec);
         if (cutShort("destination_root")) return invalid("destination_root");
         if (!allowDestRoot(root))
-            return Json::createError(kErrorUnauthorizedDownloadPath + ": " + PathEscaper::toJsonStr(root, false));
+            return Json::createError(kErrorUnauthorizedDownloadPath + ": " +
+                                     PathEscaper::toJsonStr(root, false));
     }
     if (direction != "send") return "";
 
@@ -399,7 +411,8 @@ std::string PlugIn::isJsonValid(std::string body) {
             if (!src.empty() && src[0] == '/') src.erase(0, 1);
             std::string full = sourceRoot + src;
             if (!isFileAllowed(full))
-                return Json::createError(kErrorUnauthorizedUploadPath + ": " + PathEscaper::toJsonStr(full, false));
+                return Json::createError(kErrorUnauthorizedUploadPath + ": " +
+                                         PathEscaper::toJsonStr(full, false));
         }
     }
     return "";
@@ -415,7 +428,9 @@ bool PlugIn::startDownloadToPath(std::string source, std::string destination) {
     return download({source}, destination);
 }
 
-bool PlugIn::startListDownloadToPath(std::string destination) { return download(_downloadList, destination); }
+bool PlugIn::startListDownloadToPath(std::string destination) {
+    return download(_downloadList, destination);
+}
 
 namespace {
 
@@ -444,15 +459,25 @@ bool PlugIn::startListUploadToURL(const std::string& url) {
     return allChosenByUser(_uploadList) && upload(_uploadList, url);
 }
 
-bool PlugIn::uploadDroppedFiles(const std::vector<std::string>& paths) { return upload(paths, _dropUploadUrl); }
+bool PlugIn::uploadDroppedFiles(const std::vector<std::string>& paths) {
+    return upload(paths, _dropUploadUrl);
+}
 
-void PlugIn::addToDownloadList(const std::string& source) { _downloadList.push_back(source); }
+void PlugIn::addToDownloadList(const std::string& source) {
+    _downloadList.push_back(source);
+}
 
-void PlugIn::addToUploadList(const std::string& source) { _uploadList.push_back(source); }
+void PlugIn::addToUploadList(const std::string& source) {
+    _uploadList.push_back(source);
+}
 
-void PlugIn::clearDownloadList() { _downloadList.clear(); }
+void PlugIn::clearDownloadList() {
+    _downloadList.clear();
+}
 
-void PlugIn::clearUploadList() { _uploadList.clear(); }
+void PlugIn::clearUploadList() {
+    _uploadList.clear();
+}
 
 bool PlugIn::download(const std::vector<std::string>& sources, const std::string& destination,
                       const std::string& /*unusedName*/, unsigned /*unusedFlags*/, bool /*unusedOption*/) {

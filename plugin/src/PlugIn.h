@@ -39,8 +39,8 @@ public:
     bool configure(std::map<std::string, std::string>& parameters);
     std::string initSession(const std::string& appId, const std::string& domain);
     std::string isAppIdValid(std::string appId);
-    std::string kestrixHttpRequest(const std::string& method, const std::string& path, const std::string& data,
-                                   HttpResponse** response);
+    std::string kestrixHttpRequest(const std::string& method, const std::string& path,
+                                   const std::string& data, HttpResponse** response);
     std::string kestrixHttpRequestAsync(const std::string& method, const std::string& path,
                                         const std::string& data, Callback* callback);
     // What a page may put into a request line: the method must be an HTTP

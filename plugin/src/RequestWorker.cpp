@@ -11,8 +11,7 @@ namespace Kestrix {
 namespace Web {
 
 RequestWorker::RequestWorker()
-    : _done(false), _cond(new cv_cond_t()), _mutex(new cv_mutex_t()), _stopping(false)
-{
+    : _done(false), _cond(new cv_cond_t()), _mutex(new cv_mutex_t()), _stopping(false) {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("RequestWorker() [%p]", static_cast<void*>(this));
     }
@@ -20,8 +19,7 @@ RequestWorker::RequestWorker()
     cv_cond_init(_cond.get(), _mutex.get());
 }
 
-RequestWorker::~RequestWorker()
-{
+RequestWorker::~RequestWorker() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("~RequestWorker() [%p] - size=%i", static_cast<void*>(this), static_cast<int>(_queue.size()));
     }
@@ -33,21 +31,18 @@ RequestWorker::~RequestWorker()
     cv_mutex_destroy(_mutex.get());
 }
 
-bool RequestWorker::isDone() const
-{
+bool RequestWorker::isDone() const {
     return _done;
 }
 
-void RequestWorker::addRequest(HttpRequest* request)
-{
+void RequestWorker::addRequest(HttpRequest* request) {
     cv_mutex_acquire(_mutex.get());
     _queue.push_back(request);
     cv_cond_signal(_cond.get());
     cv_mutex_release(_mutex.get());
 }
 
-void RequestWorker::run()
-{
+void RequestWorker::run() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("RequestWorker::run()");
     }
@@ -71,8 +66,7 @@ void RequestWorker::run()
     }
 }
 
-void RequestWorker::processOneRequest()
-{
+void RequestWorker::processOneRequest() {
     cv_mutex_acquire(_mutex.get());
     if (_queue.empty()) {
         cv_mutex_release(_mutex.get());
@@ -116,8 +110,7 @@ void RequestWorker::processOneRequest()
     }
 }
 
-void RequestWorker::stop()
-{
+void RequestWorker::stop() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("RequestWorker::stop() - done?=%i", static_cast<int>(_done.load()));
     }

@@ -23,7 +23,9 @@ std::string SaveFileDialog::resultFor(const std::vector<std::string>& paths) con
     return paths.empty() ? "null" : PathEscaper::toJsonStr(paths.front(), true);
 }
 
-const std::string& SaveFileDialog::unexpectedErrorMessage() const { return kErrorUnexpectedSaveDialog; }
+const std::string& SaveFileDialog::unexpectedErrorMessage() const {
+    return kErrorUnexpectedSaveDialog;
+}
 
 }  // namespace Web
 }  // namespace Kestrix

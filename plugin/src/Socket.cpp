@@ -34,8 +34,7 @@ Socket::~Socket() {
 }
 
 int Socket::send(const char* buf, int len) {
-    if (_fd == -1)
-        return -1;
+    if (_fd == -1) return -1;
     ssize_t result;
     do {
         result = ::send(_fd, buf, static_cast<size_t>(len), kSendFlags);
@@ -48,8 +47,7 @@ int Socket::send(const char* buf, int len) {
 }
 
 int Socket::recv(char* buf, int len) {
-    if (_fd == -1)
-        return -1;
+    if (_fd == -1) return -1;
     ssize_t result;
     do {
         result = ::recv(_fd, buf, static_cast<size_t>(len), 0);
@@ -66,12 +64,10 @@ void Socket::shutdown() {
 }
 
 void Socket::close() {
-    if (_fd == -1)
-        return;
+    if (_fd == -1) return;
     const int fd = _fd;
     const int code = cv_sock_close(&_fd);
-    if (code != 0)
-        cv_err("Error closing socket %p (%i)", asPointer(fd), code);
+    if (code != 0) cv_err("Error closing socket %p (%i)", asPointer(fd), code);
     _fd = -1;
 }
 

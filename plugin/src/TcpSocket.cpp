@@ -40,8 +40,7 @@ void setIoTimeout(int fd, int option, int ms) {
 
 bool setNonBlocking(int fd, bool on) {
     const int flags = fcntl(fd, F_GETFL, 0);
-    if (flags < 0)
-        return false;
+    if (flags < 0) return false;
     return fcntl(fd, F_SETFL, on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK)) == 0;
 }
 
@@ -57,10 +56,8 @@ bool awaitConnect(int fd, int limitMs) {
         }
         pollfd entry{fd, POLLOUT, 0};
         const int ready = poll(&entry, 1, waitMs);
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            return false;  // time-out or poll failure
+        if (ready < 0 && errno == EINTR) continue;
+        if (ready <= 0) return false;  // time-out or poll failure
         int error = 0;
         socklen_t size = sizeof(error);
         return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
@@ -85,8 +82,7 @@ void TcpSocket::resetTimeouts() {
 
 bool TcpSocket::create() {
     _fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (_fd == -1)
-        return false;
+    if (_fd == -1) return false;
     // The plug-in starts the local client through a shell; the child must
     // not inherit (and keep open) our connections.
     fcntl(_fd, F_SETFD, FD_CLOEXEC);
@@ -120,8 +116,7 @@ bool TcpSocket::connect(const std::string& host, unsigned short port) {
         result = ::connect(_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
         if (result < 0 && (errno == EINPROGRESS || errno == EINTR))
             result = awaitConnect(_fd, gConnectTimeoutMs.load()) ? 0 : -1;
-        if (!setNonBlocking(_fd, false))
-            result = -1;
+        if (!setNonBlocking(_fd, false)) result = -1;
     }
     if (result < 0) {
         cv_log("Connection failed for socket %p (%i)", asPointer(_fd), result);

@@ -15,29 +15,24 @@ namespace Web {
 
 const std::string Transfer::kXmlNamespace = "urn:corvane:kestrix:xferreq";
 
-void Transfer::setSource(const std::string& source)
-{
+void Transfer::setSource(const std::string& source) {
     _sources.clear();
     _sources.push_back(source);
 }
 
-void Transfer::setSource(const std::vector<std::string>& sources)
-{
+void Transfer::setSource(const std::vector<std::string>& sources) {
     _sources = sources;
 }
 
-void Transfer::setDestination(const std::string& destination)
-{
+void Transfer::setDestination(const std::string& destination) {
     _destination = destination;
 }
 
-void Transfer::setParam(const std::string& name, const std::string& value)
-{
+void Transfer::setParam(const std::string& name, const std::string& value) {
     _params[name] = value;
 }
 
-std::string Transfer::toXml() const
-{
+std::string Transfer::toXml() const {
     std::string xml = "<xferreq xmlns=\"" + kXmlNamespace + "\">";
     for (const std::string& source : _sources) {
         if (!source.empty()) {
@@ -56,8 +51,7 @@ std::string Transfer::toXml() const
     return xml;
 }
 
-bool Transfer::request()
-{
+bool Transfer::request() {
     if (!KestrixApp::launch()) {
         cv_err("%s", kErrorKestrixRequest.c_str());
         return false;

@@ -20,16 +20,17 @@ namespace Web {
 const char* const kSourceFile = "plugin/src/TransfersPoller";
 
 TransfersPoller::TransfersPoller(int intervalMs)
-    : _done(false), _listenersMutex(new cv_mutex_t()), _intervalMs(std::max(intervalMs, 0)), _stopping(false)
-{
+    : _done(false),
+      _listenersMutex(new cv_mutex_t()),
+      _intervalMs(std::max(intervalMs, 0)),
+      _stopping(false) {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransfersPoller()", static_cast<void*>(this));
     }
     cv_mutex_init(_listenersMutex.get());
 }
 
-TransfersPoller::~TransfersPoller()
-{
+TransfersPoller::~TransfersPoller() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p ~TransfersPoller() - started?=%u", static_cast<void*>(this),
                static_cast<unsigned>(_started.load()));
@@ -38,13 +39,11 @@ TransfersPoller::~TransfersPoller()
     cv_mutex_destroy(_listenersMutex.get());
 }
 
-void TransfersPoller::setAppId(const std::string& appId)
-{
+void TransfersPoller::setAppId(const std::string& appId) {
     _appId = appId;
 }
 
-void TransfersPoller::addListener(TransferEventListener* l)
-{
+void TransfersPoller::addListener(TransferEventListener* l) {
     Utils::checkOrAbort(l != nullptr, "l != NULL", kSourceFile, __LINE__);
     cv_mutex_acquire(_listenersMutex.get());
     if (cv_dbg_get_all() >= 2) {
@@ -55,8 +54,7 @@ void TransfersPoller::addListener(TransferEventListener* l)
     cv_mutex_release(_listenersMutex.get());
 }
 
-void TransfersPoller::removeListener(TransferEventListener* l)
-{
+void TransfersPoller::removeListener(TransferEventListener* l) {
     Utils::checkOrAbort(l != nullptr, "l != NULL", kSourceFile, __LINE__);
     cv_mutex_acquire(_listenersMutex.get());
     if (cv_dbg_get_all() >= 2) {
@@ -73,8 +71,7 @@ void TransfersPoller::removeListener(TransferEventListener* l)
     cv_mutex_release(_listenersMutex.get());
 }
 
-void TransfersPoller::notifyListeners(const std::string& json) const
-{
+void TransfersPoller::notifyListeners(const std::string& json) const {
     cv_mutex_acquire(_listenersMutex.get());
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransferPoller::notifyListeners() - size=%i", static_cast<const void*>(this),
@@ -86,24 +83,25 @@ void TransfersPoller::notifyListeners(const std::string& json) const
     cv_mutex_release(_listenersMutex.get());
 }
 
-std::string TransfersPoller::createRequestData() const
-{
+std::string TransfersPoller::createRequestData() const {
     // The client has always been sent exactly this text, spacing included.
     return "{\n"
-           "    \"iteration_token\": \"" + _iterationToken + "\",\n"
+           "    \"iteration_token\": \"" +
+           _iterationToken +
+           "\",\n"
            "    \"corvane_kestrix_settings\" : {\n"
-           "        \"app_id\": \"" + _appId + "\"\n"
+           "        \"app_id\": \"" +
+           _appId +
+           "\"\n"
            "    }\n"
            "}\n";
 }
 
-bool TransfersPoller::isDone() const
-{
+bool TransfersPoller::isDone() const {
     return _done;
 }
 
-void TransfersPoller::run()
-{
+void TransfersPoller::run() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("%p TransferPoller::run()", static_cast<void*>(this));
     }
@@ -123,8 +121,7 @@ void TransfersPoller::run()
     }
 }
 
-void TransfersPoller::pollOnce()
-{
+void TransfersPoller::pollOnce() {
     std::unique_ptr<HttpRequest> request(Utils::createHttpRequest(kContentTypeJson));
     if (!request) {
         return;  // no client URL known yet
@@ -155,10 +152,10 @@ void TransfersPoller::pollOnce()
     }
 }
 
-void TransfersPoller::stop()
-{
+void TransfersPoller::stop() {
     if (cv_dbg_get_all() >= 2) {
-        cv_dbg("%p TransferPoller::stop() - done?=%i", static_cast<void*>(this), static_cast<int>(_done.load()));
+        cv_dbg("%p TransferPoller::stop() - done?=%i", static_cast<void*>(this),
+               static_cast<int>(_done.load()));
     }
     if (_done) {
         return;

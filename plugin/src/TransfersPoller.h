@@ -54,7 +54,7 @@ private:
 
     std::string _appId;
     std::atomic<bool> _done;
-    std::string _iterationToken;  // only touched by the polling thread once started
+    std::string _iterationToken;                     // only touched by the polling thread once started
     std::vector<TransferEventListener*> _listeners;  // guarded by _listenersMutex
     std::unique_ptr<cv_mutex_t> _listenersMutex;
     const int _intervalMs;

@@ -57,49 +57,46 @@ void Url::parse(const std::string& text) {
     std::string::size_type pos = 0;
     for (;;) {
         const std::string::size_type found = rest.find_first_of(delims, pos);
-        if (found == 0)
-            return;  // nothing before the first delimiter: no host, port or path
-        if (found == std::string::npos)
-            break;
+        if (found == 0) return;  // nothing before the first delimiter: no host, port or path
+        if (found == std::string::npos) break;
         const std::string piece = rest.substr(pos, found - pos);
         switch (rest[found]) {
-        case ':':
-            if (rest.find('@', found) != std::string::npos) {
-                user = piece;  // user:password@...; the set is left as it is
-            } else {
-                host = piece;
-                delims = kPortDelims;
-            }
-            break;
-        case '@':
-            if (user.empty())
-                user = piece;
-            else
-                password = piece;
-            delims = kHostDelims;
-            break;
-        case '/':
-            if (delims == kUserHostDelims) {
-                // Taken from the start of the rest, not from pos: a:b/c@d
-                // yields user "a" and host "a:b". Long-standing behaviour.
-                host = rest.substr(0, found);
-            } else if (delims == kHostDelims) {
-                host = piece;
-            } else {
-                _port = portValue(piece);
-            }
-            delims = kPathDelims;
-            break;
-        default:  // '?'
-            path = piece;
-            query = rest.substr(found + 1);
-            return;
+            case ':':
+                if (rest.find('@', found) != std::string::npos) {
+                    user = piece;  // user:password@...; the set is left as it is
+                } else {
+                    host = piece;
+                    delims = kPortDelims;
+                }
+                break;
+            case '@':
+                if (user.empty())
+                    user = piece;
+                else
+                    password = piece;
+                delims = kHostDelims;
+                break;
+            case '/':
+                if (delims == kUserHostDelims) {
+                    // Taken from the start of the rest, not from pos: a:b/c@d
+                    // yields user "a" and host "a:b". Long-standing behaviour.
+                    host = rest.substr(0, found);
+                } else if (delims == kHostDelims) {
+                    host = piece;
+                } else {
+                    _port = portValue(piece);
+                }
+                delims = kPathDelims;
+                break;
+            default:  // '?'
+                path = piece;
+                query = rest.substr(found + 1);
+                return;
         }
         pos = found + 1;
     }
 
-    if (host.empty())
-        host = rest;
+    if (host.empty()) host = rest;
     if (delims == kPortDelims)
         _port = portValue(rest.substr(pos));
     else if (delims == kPathDelims)

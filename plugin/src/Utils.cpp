@@ -34,18 +34,16 @@ const unsigned kLogFolderMode = 0700;
 
 HttpRequest* Utils::createHttpRequest(ContentType_e type) {
     Url url = KestrixApp::url();
-    if (url.host.empty())
-        return nullptr;
+    if (url.host.empty()) return nullptr;
     HttpRequest* request = new HttpRequest(url.host, url.port(0));
     request->addHeader("Content-Type", contentTypeText(type));
     return request;
 }
 
-HttpRequest* Utils::createHttpRequest(const std::string& method, const std::string& path, const std::string& body,
-                                      ContentType_e type) {
+HttpRequest* Utils::createHttpRequest(const std::string& method, const std::string& path,
+                                      const std::string& body, ContentType_e type) {
     HttpRequest* request = createHttpRequest(type);
-    if (!request)
-        return nullptr;
+    if (!request) return nullptr;
     request->method = method;
     request->path = path;
     request->appendData(body);
@@ -53,7 +51,8 @@ HttpRequest* Utils::createHttpRequest(const std::string& method, const std::stri
 }
 
 std::string Utils::contentTypeText(ContentType_e type) {
-    return type == kContentTypeXml ? "application/vnd.corvane.xferreq+xml" : "application/vnd.corvane.xferreq+json";
+    return type == kContentTypeXml ? "application/vnd.corvane.xferreq+xml"
+                                   : "application/vnd.corvane.xferreq+json";
 }
 
 std::string Utils::errorCodeToStr(int code) {
@@ -64,14 +63,12 @@ std::string Utils::errorCodeToStr(int code) {
 
 void Utils::logInit() {
     std::lock_guard<std::mutex> lock(logInitMutex());
-    if (kLogInitialized)
-        return;
+    if (kLogInitialized) return;
     kLogInitialized = true;
     // No installer makes the folder on every platform, and the log does
     // not create the folder of an absolute path itself.
     std::string folder = FileSystem::logFolder();
-    if (!folder.empty())
-        cv_dir_create(folder.c_str(), kLogFolderMode, 1);
+    if (!folder.empty()) cv_dir_create(folder.c_str(), kLogFolderMode, 1);
     cv_log_init(CV_LOG_FILE, FileSystem::logPath().c_str());
     cv_dbg_set(kDebugLevel);
     cv_dbg_set_all(kDebugLevel);
@@ -79,8 +76,7 @@ void Utils::logInit() {
 
 void Utils::logCleanup() {
     std::lock_guard<std::mutex> lock(logInitMutex());
-    if (!kLogInitialized)
-        return;
+    if (!kLogInitialized) return;
     kLogInitialized = false;
     cv_log_cleanup();
 }
@@ -93,19 +89,22 @@ void Utils::checkOrAbort(bool condition, const char* text, const char* source, i
     }
 }
 
-void Utils::logException(const std::exception& e) { cv_err("%s", e.what()); }
+void Utils::logException(const std::exception& e) {
+    cv_err("%s", e.what());
+}
 
 void Utils::logException(const std::string& context, const std::exception& e) {
     cv_err("%s", (context + ": " + e.what()).c_str());
 }
 
-std::string Utils::setCurrentDirToUserHome() { return ""; }
+std::string Utils::setCurrentDirToUserHome() {
+    return "";
+}
 
 std::string Utils::toJsonStr(const std::vector<std::string>& items) {
     std::string json = "[";
     for (size_t i = 0; i < items.size(); ++i) {
-        if (i > 0)
-            json += ",";
+        if (i > 0) json += ",";
         json += "\"" + items[i] + "\"";
     }
     return json + "]";
@@ -115,8 +114,7 @@ std::string Utils::createExtendedObject(const std::vector<std::string>& paths) {
     std::string json = "{\"dataTransfer\":{\"files\":[";
     for (size_t i = 0; i < paths.size(); ++i) {
         const std::string& path = paths[i];
-        if (i > 0)
-            json += ",";
+        if (i > 0) json += ",";
         // A path that cannot be stat'ed is still described, with zeroes.
         cv_stat_t stat = {};
         cv_file_stat(path.c_str(), &stat, 0);
@@ -128,7 +126,8 @@ std::string Utils::createExtendedObject(const std::vector<std::string>& paths) {
         if (ctime_r(&modified, timeText))
             json += "\"lastModifiedDate\":\"" + std::string(timeText).substr(0, 24) + "\",";
         json += "\"name\":" + PathEscaper::toJsonStr(path, true) + ",";
-        json += "\"size\":" + std::to_string(isFolder ? 0ULL : static_cast<unsigned long long>(stat.size)) + ",";
+        json +=
+            "\"size\":" + std::to_string(isFolder ? 0ULL : static_cast<unsigned long long>(stat.size)) + ",";
         json += "\"type\":\"" + getMimeType(path, stat) + "\"";
         json += "}";
     }
@@ -136,14 +135,17 @@ std::string Utils::createExtendedObject(const std::vector<std::string>& paths) {
 }
 
 std::string Utils::getMimeType(const std::string& path, const cv_stat_t& stat) {
-    if (stat.type == CV_FTYPE_DIR)
-        return "text/directory";
+    if (stat.type == CV_FTYPE_DIR) return "text/directory";
     return PlatformUtils::mimeTypeForFileAtPath(path);
 }
 
-bool Utils::isSaveDialogOpen(void* handle) { return PlatformUtils::isSaveDialogOpen(handle); }
+bool Utils::isSaveDialogOpen(void* handle) {
+    return PlatformUtils::isSaveDialogOpen(handle);
+}
 
-void Utils::closeSaveDialog(void* handle) { PlatformUtils::closeSaveDialog(handle); }
+void Utils::closeSaveDialog(void* handle) {
+    PlatformUtils::closeSaveDialog(handle);
+}
 
 }  // namespace Web
 }  // namespace Kestrix

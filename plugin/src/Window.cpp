@@ -14,8 +14,7 @@ namespace Web {
 
 Window::Window(const std::string& name) : _name(name) {}
 
-bool Window::show(const std::string& arg)
-{
+bool Window::show(const std::string& arg) {
     if (!KestrixApp::launch()) {
         cv_err("%s", kErrorKestrixRequest.c_str());
         return false;

@@ -13,16 +13,14 @@ namespace Web {
 
 namespace {
 
-void* threadEntry(void* arg)
-{
+void* threadEntry(void* arg) {
     start_helper(static_cast<Worker*>(arg));
     return nullptr;
 }
 
 }  // namespace
 
-int start_helper(Worker* worker)
-{
+int start_helper(Worker* worker) {
     CVAutoreleasePool pool;
     HttpAbort::setForThisThread(&worker->_exchanges);
     worker->run();
@@ -32,15 +30,13 @@ int start_helper(Worker* worker)
 
 Worker::Worker() : _started(false), _thread(new cv_thread_t()), _joinable(false) {}
 
-Worker::~Worker()
-{
+Worker::~Worker() {
     if (_joinable) {
         cv_thread_detach(_thread.get());
     }
 }
 
-int Worker::start()
-{
+int Worker::start() {
     _started = true;
     const int code = cv_thread_spawn(_thread.get(), threadEntry, this);
     if (code != 0) {
@@ -54,8 +50,7 @@ int Worker::start()
     return 0;
 }
 
-void Worker::join()
-{
+void Worker::join() {
     if (cv_dbg_get_all() >= 2) {
         cv_dbg("Worker::join() - started?=%u done?=%u", static_cast<unsigned>(_started.load()),
                static_cast<unsigned>(isDone()));

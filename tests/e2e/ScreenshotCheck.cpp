@@ -16,7 +16,6 @@
 #include <QRect>
 #include <QString>
 #include <QStringList>
-
 #include <cstdio>
 #include <cstdlib>
 
@@ -26,40 +25,41 @@ const int kDarkLimit = 0x60;
 
 bool parseInts(const QString& text, int count, int* values) {
     const QStringList parts = text.split(',');
-    if (parts.size() != count)
-        return false;
+    if (parts.size() != count) return false;
     for (int i = 0; i < count; ++i) {
         bool ok = false;
         values[i] = parts[i].toInt(&ok);
-        if (!ok)
-            return false;
+        if (!ok) return false;
     }
     return true;
 }
 
 bool parseRect(const QString& text, QRect* rect) {
     int v[4];
-    if (!parseInts(text, 4, v) || v[2] <= v[0] || v[3] <= v[1])
-        return false;
+    if (!parseInts(text, 4, v) || v[2] <= v[0] || v[3] <= v[1]) return false;
     *rect = QRect(QPoint(v[0], v[1]), QPoint(v[2] - 1, v[3] - 1));
     return true;
 }
 
 bool parseColour(const QString& text, QColor* colour) {
-    if (!text.startsWith('#') || text.size() != 7)
-        return false;
+    if (!text.startsWith('#') || text.size() != 7) return false;
     *colour = QColor(text);
     return colour->isValid();
 }
 
-QString describe(QRgb pixel) { return QColor(pixel).name(); }
+QString describe(QRgb pixel) {
+    return QColor(pixel).name();
+}
 
 bool near(QRgb pixel, const QColor& colour, int tolerance) {
-    return std::abs(qRed(pixel) - colour.red()) <= tolerance && std::abs(qGreen(pixel) - colour.green()) <= tolerance &&
+    return std::abs(qRed(pixel) - colour.red()) <= tolerance &&
+           std::abs(qGreen(pixel) - colour.green()) <= tolerance &&
            std::abs(qBlue(pixel) - colour.blue()) <= tolerance;
 }
 
-bool dark(QRgb pixel) { return qRed(pixel) < kDarkLimit && qGreen(pixel) < kDarkLimit && qBlue(pixel) < kDarkLimit; }
+bool dark(QRgb pixel) {
+    return qRed(pixel) < kDarkLimit && qGreen(pixel) < kDarkLimit && qBlue(pixel) < kDarkLimit;
+}
 
 void say(bool ok, const QString& check, const QString& detail) {
     std::printf("%s %s: %s\n", ok ? "ok" : "FAILED", qPrintable(check), qPrintable(detail));
@@ -76,8 +76,7 @@ int runCheck(const QImage& image, const QString& check) {
         QColor colour;
         bool ok = false;
         const int tolerance = parts[3].toInt(&ok);
-        if (!parseInts(parts[1], 2, xy) || !parseColour(parts[2], &colour) || !ok)
-            return -1;
+        if (!parseInts(parts[1], 2, xy) || !parseColour(parts[2], &colour) || !ok) return -1;
         if (!bounds.contains(xy[0], xy[1])) {
             say(false, check, "outside the image");
             return 0;
@@ -93,8 +92,7 @@ int runCheck(const QImage& image, const QString& check) {
         QColor colour;
         bool ok = false;
         const int tolerance = parts[3].toInt(&ok);
-        if (!parseRect(parts[1], &rect) || !parseColour(parts[2], &colour) || !ok)
-            return -1;
+        if (!parseRect(parts[1], &rect) || !parseColour(parts[2], &colour) || !ok) return -1;
         if (!bounds.contains(rect)) {
             say(false, check, "outside the image");
             return 0;
@@ -104,10 +102,8 @@ int runCheck(const QImage& image, const QString& check) {
         for (int y = rect.top(); y <= rect.bottom(); ++y)
             for (int x = rect.left(); x <= rect.right(); ++x) {
                 const QRgb pixel = image.pixel(x, y);
-                if (near(pixel, colour, tolerance))
-                    continue;
-                if (wrong++ == 0)
-                    first = QString("%1 at %2,%3").arg(describe(pixel)).arg(x).arg(y);
+                if (near(pixel, colour, tolerance)) continue;
+                if (wrong++ == 0) first = QString("%1 at %2,%3").arg(describe(pixel)).arg(x).arg(y);
             }
         say(wrong == 0, check,
             wrong == 0 ? QString("%1 pixels").arg(rect.width() * rect.height())
@@ -120,16 +116,14 @@ int runCheck(const QImage& image, const QString& check) {
         bool okMin = false, okMax = false;
         const int least = parts[2].toInt(&okMin);
         const int most = parts[3].toInt(&okMax);
-        if (!parseRect(parts[1], &rect) || !okMin || !okMax)
-            return -1;
+        if (!parseRect(parts[1], &rect) || !okMin || !okMax) return -1;
         if (!bounds.contains(rect)) {
             say(false, check, "outside the image");
             return 0;
         }
         int count = 0;
         for (int y = rect.top(); y <= rect.bottom(); ++y)
-            for (int x = rect.left(); x <= rect.right(); ++x)
-                count += dark(image.pixel(x, y)) ? 1 : 0;
+            for (int x = rect.left(); x <= rect.right(); ++x) count += dark(image.pixel(x, y)) ? 1 : 0;
         const bool good = count >= least && count <= most;
         say(good, check, QString("%1 dark pixels").arg(count));
         return good ? 1 : 0;

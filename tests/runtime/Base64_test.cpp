@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <errno.h>
+#include <gtest/gtest.h>
 #include <stdint.h>
 
 #include <memory>
@@ -28,22 +27,21 @@ std::string reference(const uint8_t* in, size_t len) {
             out += alphabet[(bits >> count) & 63];
         }
     }
-    if (count > 0)
-        out += alphabet[(bits << (6 - count)) & 63];
-    while (out.size() % 4)
-        out += '=';
+    if (count > 0) out += alphabet[(bits << (6 - count)) & 63];
+    while (out.size() % 4) out += '=';
     return out;
 }
 
 std::vector<int> supportedImpls() {
     std::vector<int> impls;
     for (int impl : {CV_BASE64_SCALAR, CV_BASE64_SSSE3, CV_BASE64_AVX2})
-        if (cv_base64_impl_supported(impl))
-            impls.push_back(impl);
+        if (cv_base64_impl_supported(impl)) impls.push_back(impl);
     return impls;
 }
 
-size_t encodedSize(size_t len) { return 4 * ((len + 2) / 3); }
+size_t encodedSize(size_t len) {
+    return 4 * ((len + 2) / 3);
+}
 
 // Encodes from and into heap blocks that end exactly where the data ends,
 // so that AddressSanitizer sees any access past either end. The input
@@ -54,8 +52,7 @@ std::string encodeExact(int impl, const uint8_t* data, size_t len, size_t offset
     size_t size = encodedSize(len) + 1;
     std::unique_ptr<char[]> out(new char[size]);
     int rc = cv_str_buf_to_base64_impl(impl, in.get() + offset, len, out.get(), size);
-    if (rc != 0)
-        return "<" + std::to_string(rc) + ">";
+    if (rc != 0) return "<" + std::to_string(rc) + ">";
     return std::string(out.get());
 }
 
@@ -74,8 +71,7 @@ std::string encodeInPlace(int impl, const uint8_t* data, size_t len) {
 std::string encode(const std::string& s, size_t size = 64) {
     std::vector<char> out(size + 1, '#');
     int rc = cv_str_buf_to_base64(s.data(), s.size(), out.data(), size);
-    if (rc != 0)
-        return "<" + std::to_string(rc) + ">";
+    if (rc != 0) return "<" + std::to_string(rc) + ">";
     return out.data();
 }
 
@@ -112,8 +108,7 @@ TEST(Base64, EveryEncoderMatchesReferenceAtEveryLength) {
     ASSERT_TRUE(cv_base64_impl_supported(CV_BASE64_SCALAR));
     std::mt19937 rng(1234);
     std::vector<uint8_t> data(400);
-    for (auto& b : data)
-        b = static_cast<uint8_t>(rng());
+    for (auto& b : data) b = static_cast<uint8_t>(rng());
     for (int impl : supportedImpls()) {
         // Well past a few 48-byte AVX2 steps and their 28-byte read window.
         for (size_t len = 1; len <= data.size(); ++len) {
@@ -129,8 +124,7 @@ TEST(Base64, EveryByteValueInEveryPosition) {
     // All 256 values at each offset modulo 3 and modulo the vector steps.
     std::vector<uint8_t> data;
     for (int shift = 0; shift < 48; ++shift)
-        for (int v = 0; v < 256; ++v)
-            data.push_back(static_cast<uint8_t>(v + shift * 7));
+        for (int v = 0; v < 256; ++v) data.push_back(static_cast<uint8_t>(v + shift * 7));
     std::string expected = reference(data.data(), data.size());
     for (int impl : supportedImpls())
         EXPECT_EQ(expected, encodeExact(impl, data.data(), data.size())) << impl;
@@ -139,8 +133,7 @@ TEST(Base64, EveryByteValueInEveryPosition) {
 TEST(Base64, LargeInputAllEncodersAgree) {
     std::mt19937 rng(99);
     std::vector<uint8_t> data((1 << 20) + 7);
-    for (auto& b : data)
-        b = static_cast<uint8_t>(rng());
+    for (auto& b : data) b = static_cast<uint8_t>(rng());
     std::string expected = reference(data.data(), data.size());
     for (int impl : supportedImpls())
         EXPECT_EQ(expected, encodeExact(impl, data.data(), data.size())) << impl;

@@ -229,7 +229,8 @@ TEST_F(LogTest, DebugOffWritesNothingAndKeepsTheRun) {
     cv_dbg("between");
     cv_log("a");
     cv_log("b");
-    EXPECT_EQ((std::vector<std::string>{"LOG a", "UNPARSED: Last message repeated 1 times", "LOG b"}), messages());
+    EXPECT_EQ((std::vector<std::string>{"LOG a", "UNPARSED: Last message repeated 1 times", "LOG b"}),
+              messages());
 
     cv_dbg_set(1);
     cv_dbg("now %d", 1);
@@ -441,9 +442,9 @@ TEST_F(LogTest, StartupContinuesInNewestNumberedFile) {
                           Case{{9}, 9}, Case{{}, 0}}) {
         TempDir dir;
         for (int d : c.present) dir.write("s." + std::to_string(d) + ".log", "");
-        dir.write("s.x.log", "");     // not a digit
-        dir.write("s.12.log", "");    // wrong length
-        dir.write("t.5.log", "");     // another name
+        dir.write("s.x.log", "");   // not a digit
+        dir.write("s.12.log", "");  // wrong length
+        dir.write("t.5.log", "");   // another name
         ASSERT_EQ(0, cv_log_init(CV_LOG_FILE, (dir.file("s.log") + ":10").c_str()));
         cv_log("here");
         for (int d = 0; d < 10; ++d) {
@@ -491,7 +492,9 @@ TEST_F(LogTest, RelativeNameGoesToTheUsersLogFolder) {
 }
 
 std::vector<std::string> g_received;
-void receive(const char* text) { g_received.push_back(text); }
+void receive(const char* text) {
+    g_received.push_back(text);
+}
 
 TEST_F(LogTest, FunctionSinkGetsLabelAndMessage) {
     g_received.clear();

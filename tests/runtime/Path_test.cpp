@@ -17,8 +17,7 @@ namespace {
 std::string canonical(const std::string& in, size_t size = 256) {
     std::vector<char> out(size + 1, '#');
     int rc = cv_path_canonical_path(in.c_str(), out.data(), size);
-    if (rc == -1)
-        return "<-1>";
+    if (rc == -1) return "<-1>";
     EXPECT_EQ(0, rc) << in;
     return out.data();
 }
@@ -155,8 +154,8 @@ TEST(PathPrefix, UncParts) {
     EXPECT_STREQ("srv", server);
     EXPECT_STREQ("shr", share);
 
-    for (const char* bad : {"/server/share", "///server/share", "//server", "//server/", "//longserver/s",
-                            "//s/longshare"})
+    for (const char* bad :
+         {"/server/share", "///server/share", "//server", "//server/", "//longserver/s", "//s/longshare"})
         EXPECT_EQ(-1, cv_path_unc_parts(bad, server, sizeof server, share, sizeof share)) << bad;
 }
 

@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <errno.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -29,8 +28,7 @@ int reap(pid_t pid) {
     int status = 0;
     for (int i = 0; i < 500; ++i) {
         pid_t r = waitpid(pid, &status, WNOHANG);
-        if (r == pid)
-            return status;
+        if (r == pid) return status;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     kill(pid, SIGKILL);
@@ -42,8 +40,7 @@ int reap(pid_t pid) {
 // Polls for path to hold content, up to about 5 s.
 bool waitForContent(const std::string& path, const std::string& content) {
     for (int i = 0; i < 500; ++i) {
-        if (CorvaneTest::readFile(path) == content)
-            return true;
+        if (CorvaneTest::readFile(path) == content) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return false;
@@ -95,7 +92,8 @@ TEST(Process, InheritedDescriptorsAreClosed) {
     close(fds[1]);
 
     std::string done = tmp.file("done");
-    std::string command = "echo leaked 2>/dev/null >&" + std::to_string(writeFd) + "; echo $? > '" + done + "'";
+    std::string command =
+        "echo leaked 2>/dev/null >&" + std::to_string(writeFd) + "; echo $? > '" + done + "'";
     pid_t pid = -1;
     ASSERT_EQ(0, cv_process_create(&pid, command.c_str()));
     close(writeFd);

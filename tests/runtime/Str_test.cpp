@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <errno.h>
+#include <gtest/gtest.h>
 #include <limits.h>
 #include <string.h>
 
@@ -16,9 +15,9 @@ using CorvaneTest::TempDir;
 namespace {
 
 // One character of each UTF-8 sequence length.
-const char kTwo[] = "\xC3\xA9";              // é
-const char kThree[] = "\xE2\x82\xAC";        // €
-const char kFour[] = "\xF0\x9F\x98\x80";     // 😀
+const char kTwo[] = "\xC3\xA9";           // é
+const char kThree[] = "\xE2\x82\xAC";     // €
+const char kFour[] = "\xF0\x9F\x98\x80";  // 😀
 
 }  // namespace
 

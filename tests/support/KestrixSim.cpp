@@ -36,8 +36,7 @@ int msLeft(Clock::time_point deadline) {
 // The target of a raw request ("GET /x HTTP/1.1..." gives "/x").
 std::string targetOf(const std::string& raw) {
     size_t first = raw.find(' ');
-    if (first == std::string::npos)
-        return "";
+    if (first == std::string::npos) return "";
     size_t second = raw.find_first_of(" \r\n", first + 1);
     return raw.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
 }
@@ -70,23 +69,20 @@ bool KestrixSim::start(const std::vector<std::string>& args) {
 }
 
 bool KestrixSim::start(const Options& options) {
-    if (_alive)
-        return fail("kestrix-sim is already running");
+    if (_alive) return fail("kestrix-sim is already running");
     const std::string program = programPath();
-    if (program.empty())
-        return fail("kestrix-sim was not built (KESTRIX_SIM_PATH is not defined)");
+    if (program.empty()) return fail("kestrix-sim was not built (KESTRIX_SIM_PATH is not defined)");
     _error.clear();
     _exitStatus = -1;
     if (options.home.empty()) {
-        if (!_ownHome)
-            _ownHome = std::make_unique<TempDir>();
+        if (!_ownHome) _ownHome = std::make_unique<TempDir>();
         _home = _ownHome->path();
     } else {
         _home = options.home;
     }
-    const std::string dataHome =
-        options.xdgDataHome.empty() || options.unsetXdgDataHome ? _home + "/.local/share"
-                                                                : options.xdgDataHome;
+    const std::string dataHome = options.xdgDataHome.empty() || options.unsetXdgDataHome
+                                     ? _home + "/.local/share"
+                                     : options.xdgDataHome;
     _dataDir = dataHome + "/Corvane/Corvane Kestrix";
 
     std::vector<std::string> argv = {program, "--exit-with-parent"};
@@ -97,8 +93,7 @@ bool KestrixSim::start(const Options& options) {
     }
     for (size_t i = 0; i < options.args.size(); ++i) {
         argv.push_back(options.args[i]);
-        if (options.args[i] == "--record" && i + 1 < options.args.size())
-            _recordFile = options.args[i + 1];
+        if (options.args[i] == "--record" && i + 1 < options.args.size()) _recordFile = options.args[i + 1];
     }
 
     std::vector<std::string> env;
@@ -108,26 +103,21 @@ bool KestrixSim::start(const Options& options) {
             env.push_back(text);
     }
     env.push_back("HOME=" + _home);
-    if (!options.unsetXdgDataHome)
-        env.push_back("XDG_DATA_HOME=" + dataHome);
+    if (!options.unsetXdgDataHome) env.push_back("XDG_DATA_HOME=" + dataHome);
 
     std::vector<char*> argvPointers, envPointers;
-    for (auto& arg : argv)
-        argvPointers.push_back(arg.data());
+    for (auto& arg : argv) argvPointers.push_back(arg.data());
     argvPointers.push_back(nullptr);
-    for (auto& entry : env)
-        envPointers.push_back(entry.data());
+    for (auto& entry : env) envPointers.push_back(entry.data());
     envPointers.push_back(nullptr);
 
     int out[2];
-    if (pipe2(out, O_CLOEXEC) != 0)
-        return fail(std::string("pipe: ") + strerror(errno));
+    if (pipe2(out, O_CLOEXEC) != 0) return fail(std::string("pipe: ") + strerror(errno));
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     pid_t pid = -1;
-    int code = posix_spawn(&pid, program.c_str(), &actions, nullptr, argvPointers.data(),
-                           envPointers.data());
+    int code = posix_spawn(&pid, program.c_str(), &actions, nullptr, argvPointers.data(), envPointers.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     if (code != 0) {
@@ -144,18 +134,13 @@ bool KestrixSim::start(const Options& options) {
     while (!ready) {
         pollfd fd = {out[0], POLLIN, 0};
         int n = ::poll(&fd, 1, msLeft(deadline));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
         char c;
         ssize_t got = ::read(out[0], &c, 1);
-        if (got <= 0)
-            break;
-        if (c == '\n')
-            ready = line.compare(0, sizeof(kReadyPrefix) - 1, kReadyPrefix) == 0;
-        if (!ready)
-            line = c == '\n' ? "" : line + c;
+        if (got <= 0) break;
+        if (c == '\n') ready = line.compare(0, sizeof(kReadyPrefix) - 1, kReadyPrefix) == 0;
+        if (!ready) line = c == '\n' ? "" : line + c;
     }
     // Nothing else comes on stdout; the simulator ignores SIGPIPE.
     ::close(out[0]);
@@ -168,21 +153,18 @@ bool KestrixSim::start(const Options& options) {
     const std::string uri = readFile(uriFile());
     size_t newline = uri.find('\n');
     _key = newline == std::string::npos ? "" : uri.substr(newline + 1);
-    if (!_key.empty() && _key.back() == '\n')
-        _key.pop_back();
+    if (!_key.empty() && _key.back() == '\n') _key.pop_back();
     return true;
 }
 
 bool KestrixSim::reap(bool block) {
-    if (!_alive)
-        return true;
+    if (!_alive) return true;
     int status = 0;
     pid_t got;
     do {
         got = waitpid(_pid, &status, block ? 0 : WNOHANG);
     } while (got < 0 && errno == EINTR);
-    if (got == 0)
-        return false;
+    if (got == 0) return false;
     _alive = false;
     _exitStatus = got == _pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return true;
@@ -195,19 +177,16 @@ bool KestrixSim::running() {
 bool KestrixSim::waitForExit(int timeoutMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!reap(false)) {
-        if (Clock::now() >= deadline)
-            return false;
+        if (Clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
 }
 
 bool KestrixSim::stop(int timeoutMs) {
-    if (!_alive)
-        return true;
+    if (!_alive) return true;
     kill(_pid, SIGTERM);
-    if (waitForExit(timeoutMs))
-        return _exitStatus == 0;
+    if (waitForExit(timeoutMs)) return _exitStatus == 0;
     kill(_pid, SIGKILL);
     reap(true);
     return false;
@@ -215,21 +194,17 @@ bool KestrixSim::stop(int timeoutMs) {
 
 std::vector<std::string> KestrixSim::recordedRequests(bool includeControl) const {
     std::vector<std::string> requests;
-    if (_recordFile.empty())
-        return requests;
+    if (_recordFile.empty()) return requests;
     const std::string text = readFile(_recordFile);
     size_t pos = 0;
     while (text.compare(pos, sizeof(kRecordPrefix) - 1, kRecordPrefix) == 0) {
         size_t lineEnd = text.find('\n', pos);
         size_t colon = text.find(": ", pos);
-        if (lineEnd == std::string::npos || colon == std::string::npos || colon > lineEnd)
-            break;
+        if (lineEnd == std::string::npos || colon == std::string::npos || colon > lineEnd) break;
         size_t length = std::stoul(text.substr(colon + 2, lineEnd - colon - 2));
-        if (lineEnd + 1 + length > text.size())
-            break;
+        if (lineEnd + 1 + length > text.size()) break;
         std::string raw = text.substr(lineEnd + 1, length);
-        if (includeControl || targetOf(raw).compare(0, 5, "/sim/") != 0)
-            requests.push_back(raw);
+        if (includeControl || targetOf(raw).compare(0, 5, "/sim/") != 0) requests.push_back(raw);
         pos = lineEnd + 1 + length + 1;
     }
     return requests;
@@ -237,8 +212,7 @@ std::vector<std::string> KestrixSim::recordedRequests(bool includeControl) const
 
 std::string KestrixSim::exchangeRaw(const std::string& bytes, int timeoutMs) const {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return "";
+    if (fd < 0) return "";
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -248,19 +222,16 @@ std::string KestrixSim::exchangeRaw(const std::string& bytes, int timeoutMs) con
         size_t sent = 0;
         while (sent < bytes.size()) {
             ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (n <= 0)
-                break;
+            if (n <= 0) break;
             sent += static_cast<size_t>(n);
         }
         const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
         char buffer[4096];
         for (;;) {
             pollfd p = {fd, POLLIN, 0};
-            if (::poll(&p, 1, msLeft(deadline)) <= 0)
-                break;
+            if (::poll(&p, 1, msLeft(deadline)) <= 0) break;
             ssize_t n = ::recv(fd, buffer, sizeof(buffer), 0);
-            if (n <= 0)
-                break;
+            if (n <= 0) break;
             answer.append(buffer, static_cast<size_t>(n));
         }
     }
@@ -268,21 +239,19 @@ std::string KestrixSim::exchangeRaw(const std::string& bytes, int timeoutMs) con
     return answer;
 }
 
-std::string KestrixSim::request(const std::string& method, const std::string& target,
-                                const std::string& body, const std::string& contentType) const {
+std::string KestrixSim::request(const std::string& method, const std::string& target, const std::string& body,
+                                const std::string& contentType) const {
     std::string text = method + " " + target + " HTTP/1.1\r\n";
     text += "Authorization-key: " + _key + "\r\n";
     text += "Connection: close\r\n";
     text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-    if (!contentType.empty())
-        text += "Content-Type: " + contentType + "\r\n";
+    if (!contentType.empty()) text += "Content-Type: " + contentType + "\r\n";
     text += "\r\n" + body;
     return exchangeRaw(text);
 }
 
 int KestrixSim::statusOf(const std::string& response) {
-    if (response.compare(0, 9, "HTTP/1.1 ") != 0 || response.size() < 12)
-        return 0;
+    if (response.compare(0, 9, "HTTP/1.1 ") != 0 || response.size() < 12) return 0;
     return std::atoi(response.substr(9, 3).c_str());
 }
 

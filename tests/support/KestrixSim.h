@@ -71,8 +71,8 @@ public:
     // back until the simulator closes (or `timeoutMs` passes).
     std::string exchangeRaw(const std::string& bytes, int timeoutMs = 10000) const;
     // One well-formed request with the key; returns the whole raw answer.
-    std::string request(const std::string& method, const std::string& target,
-                        const std::string& body = "", const std::string& contentType = "") const;
+    std::string request(const std::string& method, const std::string& target, const std::string& body = "",
+                        const std::string& contentType = "") const;
     // The status code and the body of a raw answer (0 and "" when it is not HTTP).
     static int statusOf(const std::string& response);
     static std::string bodyOf(const std::string& response);

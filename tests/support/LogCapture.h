@@ -49,8 +49,7 @@ public:
     std::vector<std::string> withPrefix(const std::string& prefix) const {
         std::vector<std::string> out;
         for (const std::string& line : all()) {
-            if (line.compare(0, prefix.size(), prefix) == 0)
-                out.push_back(line);
+            if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
         }
         return out;
     }

@@ -10,8 +10,7 @@ namespace CorvaneTest {
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
         if (!g_main_context_iteration(nullptr, FALSE))
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

@@ -1,10 +1,11 @@
 #include "TempDir.h"
 
+#include <stdlib.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <stdlib.h>
 
 namespace fs = std::filesystem;
 
@@ -12,8 +13,7 @@ namespace CorvaneTest {
 
 TempDir::TempDir() {
     std::string pattern = (fs::temp_directory_path() / "corvane-test-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        throw std::runtime_error("mkdtemp failed");
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
     _path = pattern;
 }
 
@@ -22,7 +22,9 @@ TempDir::~TempDir() {
     fs::remove_all(_path, ec);
 }
 
-std::string TempDir::file(const std::string& name) const { return _path + "/" + name; }
+std::string TempDir::file(const std::string& name) const {
+    return _path + "/" + name;
+}
 
 std::string TempDir::write(const std::string& name, const std::string& content) const {
     fs::path p = file(name);

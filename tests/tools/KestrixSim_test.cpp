@@ -136,8 +136,8 @@ TEST(KestrixSimFiles, AnnouncesItselfAndRemovesItsFilesUnlessKept) {
 TEST(KestrixSimKey, EveryPathWantsTheKeyAndOnlyStrictModeMindsItsNewline) {
     KestrixSim sim;
     ASSERT_TRUE(sim.start({"--quiet"})) << sim.error();
-    for (const std::string& path : {kVersion, std::string("/windows/about/"), std::string("/sim/body?bytes=5"),
-                                   std::string("/no/such/path")}) {
+    for (const std::string& path : {kVersion, std::string("/windows/about/"),
+                                    std::string("/sim/body?bytes=5"), std::string("/no/such/path")}) {
         const std::string noKey = sim.exchangeRaw("GET " + path + " HTTP/1.1\r\nContent-Length: 0\r\n\r\n");
         EXPECT_EQ(KestrixSim::statusOf(noKey), 403) << path;
         EXPECT_EQ(field(KestrixSim::bodyOf(noKey), {"error", "code"}), "403") << path;

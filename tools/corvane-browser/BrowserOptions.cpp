@@ -4,8 +4,7 @@
 
 namespace CorvaneBrowser {
 
-QString BrowserOptions::usage()
-{
+QString BrowserOptions::usage() {
     return QStringLiteral(
         "usage: corvane-browser [options] URL-or-file\n"
         "  --plugins DIR                 search NPAPI plug-ins in DIR (QTWEBKIT_PLUGIN_PATH)\n"
@@ -20,30 +19,25 @@ QString BrowserOptions::usage()
         "Plug-ins in ~/.mozilla/plugins are found too: run with a private HOME.\n");
 }
 
-bool BrowserOptions::parse(const QStringList& args)
-{
+bool BrowserOptions::parse(const QStringList& args) {
     for (int i = 0; i < args.size(); ++i) {
         const QString& arg = args.at(i);
         const bool hasValue = i + 1 < args.size();
         auto needValue = [&]() {
-            if (!hasValue)
-                _error = arg + QStringLiteral(" needs a value");
+            if (!hasValue) _error = arg + QStringLiteral(" needs a value");
             return hasValue;
         };
         if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
             _help = true;
         } else if (arg == QLatin1String("--plugins")) {
-            if (!needValue())
-                return false;
+            if (!needValue()) return false;
             _pluginsDir = args.at(++i);
         } else if (arg == QLatin1String("--screenshot") || arg == QLatin1String("--headless-screenshot")) {
-            if (!needValue())
-                return false;
+            if (!needValue()) return false;
             _screenshotPath = args.at(++i);
             _offscreen = arg == QLatin1String("--headless-screenshot");
         } else if (arg == QLatin1String("--timeout-ms")) {
-            if (!needValue())
-                return false;
+            if (!needValue()) return false;
             bool ok = false;
             _timeoutMs = args.at(++i).toInt(&ok);
             if (!ok || _timeoutMs < 0) {
@@ -51,9 +45,9 @@ bool BrowserOptions::parse(const QStringList& args)
                 return false;
             }
         } else if (arg == QLatin1String("--size")) {
-            if (!needValue())
-                return false;
-            static const QRegularExpression sizePattern(QStringLiteral("^([1-9][0-9]{0,4})x([1-9][0-9]{0,4})$"));
+            if (!needValue()) return false;
+            static const QRegularExpression sizePattern(
+                QStringLiteral("^([1-9][0-9]{0,4})x([1-9][0-9]{0,4})$"));
             const QRegularExpressionMatch m = sizePattern.match(args.at(++i));
             if (!m.hasMatch()) {
                 _error = QStringLiteral("--size wants WIDTHxHEIGHT, not ") + args.at(i);

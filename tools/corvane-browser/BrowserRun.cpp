@@ -1,8 +1,5 @@
 #include "BrowserRun.h"
 
-#include "BrowserOptions.h"
-#include "ConsolePage.h"
-
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -13,6 +10,9 @@
 #include <QWebView>
 #include <cstdio>
 
+#include "BrowserOptions.h"
+#include "ConsolePage.h"
+
 namespace CorvaneBrowser {
 
 namespace {
@@ -21,25 +21,21 @@ namespace {
 // (plug-ins invalidate asynchronously) and last console lines come through.
 constexpr int kSettleMs = 300;
 
-void tellUser(const QString& text)
-{
+void tellUser(const QString& text) {
     std::fprintf(stderr, "corvane-browser: %s\n", text.toUtf8().constData());
     std::fflush(stderr);
 }
 
 }  // namespace
 
-BrowserRun::BrowserRun(const BrowserOptions& options)
-    : _options(options)
-{
+BrowserRun::BrowserRun(const BrowserOptions& options) : _options(options) {
     _timeout.setSingleShot(true);
     connect(&_timeout, &QTimer::timeout, this, &BrowserRun::onTimeout);
 }
 
 BrowserRun::~BrowserRun() = default;
 
-bool BrowserRun::start()
-{
+bool BrowserRun::start() {
     const QUrl url = QUrl::fromUserInput(_options.target(), QDir::currentPath(), QUrl::AssumeLocalFile);
     if (!url.isValid()) {
         tellUser(QStringLiteral("not a URL or file: ") + _options.target());
@@ -55,31 +51,25 @@ bool BrowserRun::start()
     _view->setPage(_page);
     _view->resize(_options.size());
     _view->setWindowTitle(QStringLiteral("corvane-browser"));
-    if (_options.offscreen())
-        _view->setAttribute(Qt::WA_DontShowOnScreen);
+    if (_options.offscreen()) _view->setAttribute(Qt::WA_DontShowOnScreen);
 
     connect(_page, &ConsolePage::verdictReported, this, &BrowserRun::onVerdict);
     connect(_view.get(), &QWebView::loadFinished, this, &BrowserRun::onLoadFinished);
     connect(qApp, &QApplication::lastWindowClosed, this, &BrowserRun::onLastWindowClosed);
     QApplication::setQuitOnLastWindowClosed(false);
 
-    if (_options.timeoutMs() > 0)
-        _timeout.start(_options.timeoutMs());
+    if (_options.timeoutMs() > 0) _timeout.start(_options.timeoutMs());
     _view->show();
     _view->load(url);
     return true;
 }
 
-void BrowserRun::onLoadFinished(bool ok)
-{
-    if (!ok && !_haveVerdict)
-        finish(kExitNoVerdict, QStringLiteral("could not load ") + _options.target());
+void BrowserRun::onLoadFinished(bool ok) {
+    if (!ok && !_haveVerdict) finish(kExitNoVerdict, QStringLiteral("could not load ") + _options.target());
 }
 
-void BrowserRun::onVerdict(bool passed, const QString& text)
-{
-    if (_haveVerdict || _finished)
-        return;  // the first verdict counts
+void BrowserRun::onVerdict(bool passed, const QString& text) {
+    if (_haveVerdict || _finished) return;  // the first verdict counts
     _haveVerdict = true;
     _verdictCode = passed ? kExitPass : kExitFail;
     _verdictText = text;
@@ -87,10 +77,8 @@ void BrowserRun::onVerdict(bool passed, const QString& text)
     QTimer::singleShot(kSettleMs, this, &BrowserRun::afterVerdictSettled);
 }
 
-void BrowserRun::afterVerdictSettled()
-{
-    if (_finished)
-        return;
+void BrowserRun::afterVerdictSettled() {
+    if (_finished) return;
     if (_options.keepOpen() && _view->isVisible()) {
         saveScreenshot();
         tellUser(_verdictText + QStringLiteral(" (close the window to exit)"));
@@ -99,15 +87,12 @@ void BrowserRun::afterVerdictSettled()
     finish(_verdictCode, _verdictText);
 }
 
-void BrowserRun::onTimeout()
-{
+void BrowserRun::onTimeout() {
     finish(kExitNoVerdict, QStringLiteral("no verdict after %1 ms").arg(_options.timeoutMs()));
 }
 
-void BrowserRun::onLastWindowClosed()
-{
-    if (_finished)
-        return;
+void BrowserRun::onLastWindowClosed() {
+    if (_finished) return;
     if (_haveVerdict) {
         _finished = true;
         QCoreApplication::exit(_verdictCode);
@@ -116,10 +101,8 @@ void BrowserRun::onLastWindowClosed()
     finish(kExitNoVerdict, QStringLiteral("window closed before a verdict"));
 }
 
-void BrowserRun::finish(int exitCode, const QString& why)
-{
-    if (_finished)
-        return;
+void BrowserRun::finish(int exitCode, const QString& why) {
+    if (_finished) return;
     _finished = true;
     _timeout.stop();
     saveScreenshot();
@@ -127,10 +110,8 @@ void BrowserRun::finish(int exitCode, const QString& why)
     QCoreApplication::exit(exitCode);
 }
 
-void BrowserRun::saveScreenshot()
-{
-    if (_options.screenshotPath().isEmpty() || !_page)
-        return;
+void BrowserRun::saveScreenshot() {
+    if (_options.screenshotPath().isEmpty() || !_page) return;
     QImage image(_page->viewportSize(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::white);
     QPainter painter(&image);

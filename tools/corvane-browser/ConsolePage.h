@@ -38,7 +38,7 @@ protected:
 
 private slots:
     void relayConsoleMessage(QWebPage::MessageSource source, QWebPage::MessageLevel level,
-                            const QString& message, int lineNumber, const QString& sourceID);
+                             const QString& message, int lineNumber, const QString& sourceID);
 
 private:
     void checkVerdict(const QString& message);

@@ -1,22 +1,20 @@
 // corvane-browser: loads one page with NPAPI plug-ins in a QtWebKit view,
 // relays what the page says to standard output and exits with the page's
 // verdict. See BrowserOptions::usage().
-#include "BrowserOptions.h"
-#include "BrowserRun.h"
-
 #include <QApplication>
 #include <QDir>
 #include <QWebSettings>
 #include <cstdio>
 
-int main(int argc, char** argv)
-{
+#include "BrowserOptions.h"
+#include "BrowserRun.h"
+
+int main(int argc, char** argv) {
     using CorvaneBrowser::BrowserOptions;
     using CorvaneBrowser::BrowserRun;
 
     QStringList args;
-    for (int i = 1; i < argc; ++i)
-        args << QString::fromLocal8Bit(argv[i]);
+    for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
     BrowserOptions options;
     if (!options.parse(args)) {
         std::fprintf(stderr, "corvane-browser: %s\n%s", options.error().toUtf8().constData(),
@@ -44,8 +42,7 @@ int main(int argc, char** argv)
     int status;
     {
         BrowserRun run(options);
-        if (!run.start())
-            return BrowserRun::kExitNoVerdict;
+        if (!run.start()) return BrowserRun::kExitNoVerdict;
         status = app.exec();
     }  // the view and its plug-in instances go before the application
     return status;

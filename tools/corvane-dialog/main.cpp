@@ -22,14 +22,13 @@
 // "Save File" by mode, and "Corvane Web" for an alert.
 #include <errno.h>
 #include <fcntl.h>
+#include <gtk/gtk.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
-
-#include <gtk/gtk.h>
 #ifdef GDK_WINDOWING_X11
 #include <gdk/gdkx.h>
 #endif
@@ -60,10 +59,8 @@ struct Options {
 bool writeAll(int fd, const char* data, size_t size) {
     while (size > 0) {
         ssize_t n = write(fd, data, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
         data += n;
         size -= static_cast<size_t>(n);
     }
@@ -115,16 +112,13 @@ void makeUtf8(gchar*& text) {
 }
 
 void setParent(GtkWidget* dialog, const char* parentText) {
-    if (!parentText || !*parentText)
-        return;
+    if (!parentText || !*parentText) return;
     char* end = nullptr;
     unsigned long xid = strtoul(parentText, &end, 0);
-    if (xid == 0 || !end || *end)
-        return;
+    if (xid == 0 || !end || *end) return;
 #ifdef GDK_WINDOWING_X11
     GdkDisplay* display = gtk_widget_get_display(dialog);
-    if (!GDK_IS_X11_DISPLAY(display))
-        return;
+    if (!GDK_IS_X11_DISPLAY(display)) return;
     gtk_widget_realize(dialog);
     // A window that no longer exists gives null here, not an X error.
     GdkWindow* parent = gdk_x11_window_foreign_new_for_display(display, static_cast<Window>(xid));
@@ -136,8 +130,7 @@ void setParent(GtkWidget* dialog, const char* parentText) {
 }
 
 void addFilters(GtkFileChooser* chooser, gchar** extensions, bool allowOther) {
-    if (!extensions || !extensions[0])
-        return;
+    if (!extensions || !extensions[0]) return;
     GtkFileFilter* allowed = gtk_file_filter_new();
     std::string label;
     for (gchar** ext = extensions; *ext; ++ext) {
@@ -158,12 +151,10 @@ void addFilters(GtkFileChooser* chooser, gchar** extensions, bool allowOther) {
 bool hasAllowedExtension(const std::string& path, gchar** extensions) {
     std::string::size_type slash = path.rfind('/');
     std::string::size_type dot = path.rfind('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
-        return false;
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return false;
     std::string ext = path.substr(dot + 1);
     for (gchar** e = extensions; *e; ++e) {
-        if (ext == *e)
-            return true;
+        if (ext == *e) return true;
     }
     return false;
 }
@@ -217,8 +208,7 @@ int runPanel(const Options& options, int resultFd) {
     }
     if (action == GTK_FILE_CHOOSER_ACTION_SAVE) {
         gtk_file_chooser_set_do_overwrite_confirmation(chooser, TRUE);
-        if (options.name && *options.name)
-            gtk_file_chooser_set_current_name(chooser, options.name);
+        if (options.name && *options.name) gtk_file_chooser_set_current_name(chooser, options.name);
     }
     addFilters(chooser, options.extensions, options.allowOther);
     setParent(dialog, options.parent);
@@ -232,8 +222,7 @@ int runPanel(const Options& options, int resultFd) {
         g_slist_free_full(names, g_free);
     }
     gtk_widget_destroy(dialog);
-    if (!accepted)
-        return kExitCancelled;
+    if (!accepted) return kExitCancelled;
 
     // A save panel limited to some types gives its file one of them unless
     // the user may pick any type, as the plug-in's pages expect.
@@ -245,8 +234,7 @@ int runPanel(const Options& options, int resultFd) {
         }
     }
     for (const std::string& path : paths) {
-        if (!writeAll(resultFd, path.c_str(), path.size() + 1))
-            return kExitCancelled;
+        if (!writeAll(resultFd, path.c_str(), path.size() + 1)) return kExitCancelled;
     }
     return kExitAccepted;
 }
@@ -285,13 +273,11 @@ int main(int argc, char** argv) {
     makeUtf8(options.name);
     makeUtf8(options.alert);
     for (gchar** ext = options.extensions; ext && *ext; ++ext) makeUtf8(*ext);
-    if (options.alert)
-        return runAlert(options.alert);
+    if (options.alert) return runAlert(options.alert);
 
     // A panel left behind by a browser that went away would wait forever.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() == 1)
-        return kExitCancelled;
+    if (getppid() == 1) return kExitCancelled;
     if (resultFd < 0) {
         message("no standard output for the result");
         return kExitUsage;

@@ -10,11 +10,16 @@ struct ModeName {
 };
 
 const ModeName kModeNames[] = {
-    {Mode_e::Normal, "normal"},         {Mode_e::Slow, "slow"},
-    {Mode_e::Hang, "hang"},             {Mode_e::Close, "close"},
-    {Mode_e::NoLength, "no-length"},    {Mode_e::Garbage, "garbage"},
-    {Mode_e::ZeroLength, "zero-length"}, {Mode_e::ExtraBytes, "extra-bytes"},
-    {Mode_e::BadHeader, "bad-header"}, {Mode_e::EmptyBody, "empty-body"},
+    {Mode_e::Normal, "normal"},
+    {Mode_e::Slow, "slow"},
+    {Mode_e::Hang, "hang"},
+    {Mode_e::Close, "close"},
+    {Mode_e::NoLength, "no-length"},
+    {Mode_e::Garbage, "garbage"},
+    {Mode_e::ZeroLength, "zero-length"},
+    {Mode_e::ExtraBytes, "extra-bytes"},
+    {Mode_e::BadHeader, "bad-header"},
+    {Mode_e::EmptyBody, "empty-body"},
 };
 
 // "slow" without a delay of its own still has to be noticeably slow.
@@ -34,8 +39,7 @@ bool parseMode(const std::string& text, Mode_e& mode) {
 
 const char* modeName(Mode_e mode) {
     for (const auto& entry : kModeNames) {
-        if (entry.mode == mode)
-            return entry.name;
+        if (entry.mode == mode) return entry.name;
     }
     return "?";
 }
@@ -46,8 +50,7 @@ Control::Control(const Behaviour& behaviour, int exitReply, const std::string& v
 Delivery Control::deliveryFor(const std::string& path) {
     std::lock_guard<std::mutex> lock(_mutex);
     Delivery delivery;
-    if (_behaviour.times == 0 || (!_behaviour.path.empty() && _behaviour.path != path))
-        return delivery;
+    if (_behaviour.times == 0 || (!_behaviour.path.empty() && _behaviour.path != path)) return delivery;
     if (_behaviour.times > 0 && --_behaviour.times == 0) {
         // Used up: the next requests are answered normally again.
         delivery.mode = _behaviour.mode;
@@ -57,8 +60,7 @@ Delivery Control::deliveryFor(const std::string& path) {
         delivery.mode = _behaviour.mode;
         delivery.delayMs = _behaviour.delayMs;
     }
-    if (delivery.mode == Mode_e::Slow && delivery.delayMs <= 0)
-        delivery.delayMs = kDefaultSlowDelayMs;
+    if (delivery.mode == Mode_e::Slow && delivery.delayMs <= 0) delivery.delayMs = kDefaultSlowDelayMs;
     return delivery;
 }
 
@@ -109,20 +111,17 @@ void Control::scriptActivity(const std::string& body, int times) {
 
 bool Control::nextScriptedActivity(std::string& body) {
     std::lock_guard<std::mutex> lock(_mutex);
-    if (_scriptedActivity.empty())
-        return false;
+    if (_scriptedActivity.empty()) return false;
     auto& front = _scriptedActivity.front();
     body = front.first;
-    if (--front.second == 0)
-        _scriptedActivity.pop_front();
+    if (--front.second == 0) _scriptedActivity.pop_front();
     return true;
 }
 
 long long Control::scriptedActivityCount() const {
     std::lock_guard<std::mutex> lock(_mutex);
     long long count = 0;
-    for (const auto& entry : _scriptedActivity)
-        count += entry.second;
+    for (const auto& entry : _scriptedActivity) count += entry.second;
     return count;
 }
 

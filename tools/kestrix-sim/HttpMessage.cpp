@@ -1,8 +1,9 @@
 #include "HttpMessage.h"
 
+#include <strings.h>
+
 #include <cerrno>
 #include <cstdlib>
-#include <strings.h>
 
 #include "JsonWriter.h"
 
@@ -29,16 +30,13 @@ std::string trimLeft(const std::string& text) {
 // Reads a Content-Length value: digits, optionally surrounded by blanks.
 bool parseLength(const std::string& value, size_t& length) {
     size_t start = value.find_first_not_of(" \t");
-    if (start == std::string::npos || value[start] < '0' || value[start] > '9')
-        return false;
+    if (start == std::string::npos || value[start] < '0' || value[start] > '9') return false;
     errno = 0;
     char* end = nullptr;
     unsigned long long parsed = strtoull(value.c_str() + start, &end, 10);
-    if (errno != 0)
-        return false;
+    if (errno != 0) return false;
     for (; *end != '\0'; ++end) {
-        if (*end != ' ' && *end != '\t')
-            return false;
+        if (*end != ' ' && *end != '\t') return false;
     }
     length = static_cast<size_t>(parsed);
     return true;
@@ -70,8 +68,7 @@ bool parseHead(const std::string& head, Request& request, std::string& error) {
     size_t pos = lineEnd == std::string::npos ? head.size() : lineEnd + 2;
     while (pos < head.size()) {
         size_t end = head.find(kCrLf, pos);
-        if (end == std::string::npos)
-            end = head.size();
+        if (end == std::string::npos) end = head.size();
         std::string line = head.substr(pos, end - pos);
         size_t colon = line.find(':');
         if (colon == std::string::npos || colon == 0) {
@@ -88,8 +85,7 @@ bool parseHead(const std::string& head, Request& request, std::string& error) {
 
 Frame_e Request::frame(const std::string& buffer, size_t& length) {
     size_t headEnd = buffer.find(kHeadEnd);
-    if (headEnd == std::string::npos)
-        return Frame_e::Incomplete;
+    if (headEnd == std::string::npos) return Frame_e::Incomplete;
     size_t bodyStart = headEnd + 4;
     size_t bodyLength = 0;
     // Only the Content-Length line matters here; the rest is parsed later.
@@ -100,14 +96,12 @@ Frame_e Request::frame(const std::string& buffer, size_t& length) {
         std::string line = buffer.substr(lineStart, lineEnd - lineStart);
         size_t colon = line.find(':');
         if (colon != std::string::npos && equalsNoCase(line.substr(0, colon), "Content-Length")) {
-            if (!parseLength(line.substr(colon + 1), bodyLength))
-                return Frame_e::Invalid;
+            if (!parseLength(line.substr(colon + 1), bodyLength)) return Frame_e::Invalid;
             break;
         }
         pos = lineEnd;
     }
-    if (buffer.size() - bodyStart < bodyLength)
-        return Frame_e::Incomplete;
+    if (buffer.size() - bodyStart < bodyLength) return Frame_e::Incomplete;
     length = bodyStart + bodyLength;
     return Frame_e::Complete;
 }
@@ -124,16 +118,14 @@ bool Request::parse(const std::string& text, Request& request, std::string& erro
         return false;
     }
     size_t headEnd = text.find(kHeadEnd);
-    if (!parseHead(text.substr(0, headEnd), request, error))
-        return false;
+    if (!parseHead(text.substr(0, headEnd), request, error)) return false;
     request.body = text.substr(headEnd + 4, length - headEnd - 4);
     return true;
 }
 
 const std::string* Request::header(const std::string& name) const {
     for (const auto& header : headers) {
-        if (equalsNoCase(header.first, name.c_str()))
-            return &header.second;
+        if (equalsNoCase(header.first, name.c_str())) return &header.second;
     }
     return nullptr;
 }
@@ -142,8 +134,7 @@ bool Request::queryValue(const std::string& name, std::string& value) const {
     size_t pos = 0;
     while (pos <= query.size()) {
         size_t end = query.find('&', pos);
-        if (end == std::string::npos)
-            end = query.size();
+        if (end == std::string::npos) end = query.size();
         std::string pair = query.substr(pos, end - pos);
         size_t equals = pair.find('=');
         if (pair.substr(0, equals) == name) {
@@ -175,10 +166,8 @@ Response Response::error(int status, const std::string& message) {
 }
 
 std::string Response::wire(Mode_e mode) const {
-    if (mode == Mode_e::Hang || mode == Mode_e::Close)
-        return "";
-    if (mode == Mode_e::Garbage)
-        return kGarbage;
+    if (mode == Mode_e::Hang || mode == Mode_e::Close) return "";
+    if (mode == Mode_e::Garbage) return kGarbage;
 
     std::string text = "HTTP/1.1 " + std::to_string(status) + " " + reasonPhrase(status) + kCrLf;
     text += "Content-Type: " + contentType + kCrLf;
@@ -186,29 +175,35 @@ std::string Response::wire(Mode_e mode) const {
         text += std::string("Content-Length: 0") + kCrLf;
     else if (mode != Mode_e::NoLength && withLength)
         text += "Content-Length: " + std::to_string(body.size()) + kCrLf;
-    if (mode == Mode_e::BadHeader)
-        text += std::string("X-Kestrix-Sim:no-space-after-colon") + kCrLf;
+    if (mode == Mode_e::BadHeader) text += std::string("X-Kestrix-Sim:no-space-after-colon") + kCrLf;
     text += std::string("Connection: close") + kCrLf;
     text += std::string("Server: kestrix-sim") + kCrLf;
     text += kCrLf;
-    if (mode != Mode_e::EmptyBody)
-        text += body;
-    if (mode == Mode_e::ExtraBytes)
-        text += kExtraBytes;
+    if (mode != Mode_e::EmptyBody) text += body;
+    if (mode == Mode_e::ExtraBytes) text += kExtraBytes;
     return text;
 }
 
 const char* reasonPhrase(int status) {
     switch (status) {
-    case 200: return "OK";
-    case 400: return "Bad Request";
-    case 403: return "Forbidden";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    case 413: return "Payload Too Large";
-    case 415: return "Unsupported Media Type";
-    case 500: return "Internal Server Error";
-    default: return "Unknown";
+        case 200:
+            return "OK";
+        case 400:
+            return "Bad Request";
+        case 403:
+            return "Forbidden";
+        case 404:
+            return "Not Found";
+        case 405:
+            return "Method Not Allowed";
+        case 413:
+            return "Payload Too Large";
+        case 415:
+            return "Unsupported Media Type";
+        case 500:
+            return "Internal Server Error";
+        default:
+            return "Unknown";
     }
 }
 

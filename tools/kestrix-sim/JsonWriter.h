@@ -2,10 +2,10 @@
 // into JSON (file names, page-supplied paths) is escaped properly.
 #pragma once
 
+#include <yajl/yajl_gen.h>
+
 #include <string>
 #include <vector>
-
-#include <yajl/yajl_gen.h>
 
 namespace Kestrix::Sim {
 

@@ -59,8 +59,7 @@ bool toLong(const char* text, long low, long high, long& value) {
     errno = 0;
     char* end = nullptr;
     long parsed = strtol(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || parsed < low || parsed > high)
-        return false;
+    if (errno != 0 || end == text || *end != '\0' || parsed < low || parsed > high) return false;
     value = parsed;
     return true;
 }
@@ -101,99 +100,98 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error, b
     while ((id = getopt_long(argc, argv, "", kLongOptions, nullptr)) != -1) {
         const std::string name = optind > 1 && optind - 1 < argc ? argv[optind - 1] : "";
         switch (id) {
-        case kOptPort:
-            if (!toLong(optarg, 0, 65535, number)) {
-                error = "invalid --port: " + std::string(optarg);
+            case kOptPort:
+                if (!toLong(optarg, 0, 65535, number)) {
+                    error = "invalid --port: " + std::string(optarg);
+                    return false;
+                }
+                options.port = static_cast<unsigned short>(number);
+                break;
+            case kOptKey:
+                options.key = optarg;
+                break;
+            case kOptNoKeyNewline:
+                options.keyNewline = false;
+                break;
+            case kOptStrictKey:
+                options.strictKey = true;
+                break;
+            case kOptVersionText:
+                options.versionText = optarg;
+                break;
+            case kOptExitReply:
+                if (!toLong(optarg, 100, 599, number) || (number != 200 && number != 403 && number != 404)) {
+                    error = "invalid --exit-reply (200, 403 or 404): " + std::string(optarg);
+                    return false;
+                }
+                options.exitReply = static_cast<int>(number);
+                break;
+            case kOptRecord:
+                options.recordFile = optarg;
+                break;
+            case kOptMode:
+                if (!parseMode(optarg, options.behaviour.mode)) {
+                    error = "unknown --mode: " + std::string(optarg);
+                    return false;
+                }
+                break;
+            case kOptDelayMs:
+                if (!toLong(optarg, 0, INT_MAX, number)) {
+                    error = "invalid --delay-ms: " + std::string(optarg);
+                    return false;
+                }
+                options.behaviour.delayMs = static_cast<int>(number);
+                break;
+            case kOptModePath:
+                options.behaviour.path = optarg;
+                break;
+            case kOptModeTimes:
+                if (!toLong(optarg, 1, INT_MAX, number)) {
+                    error = "invalid --mode-times: " + std::string(optarg);
+                    return false;
+                }
+                options.behaviour.times = static_cast<int>(number);
+                break;
+            case kOptExitAfterMs:
+                if (!toLong(optarg, 0, INT_MAX, number)) {
+                    error = "invalid --exit-after-ms: " + std::string(optarg);
+                    return false;
+                }
+                options.exitAfterMs = static_cast<int>(number);
+                break;
+            case kOptKeepFiles:
+                options.keepFiles = true;
+                break;
+            case kOptExitWithParent:
+                options.exitWithParent = true;
+                break;
+            case kOptProcessName:
+                options.processName = optarg;
+                break;
+            case kOptChunkBytes:
+                if (!toLong(optarg, 1, 64L * 1024 * 1024, number)) {
+                    error = "invalid --chunk-bytes: " + std::string(optarg);
+                    return false;
+                }
+                options.chunkBytes = static_cast<size_t>(number);
+                break;
+            case kOptChunkDelayMs:
+                if (!toLong(optarg, 0, 60000, number)) {
+                    error = "invalid --chunk-delay-ms: " + std::string(optarg);
+                    return false;
+                }
+                options.chunkDelayMs = static_cast<int>(number);
+                break;
+            case kOptQuiet:
+                options.quiet = true;
+                break;
+            case kOptHelp:
+                help = true;
+                error = usageText();
                 return false;
-            }
-            options.port = static_cast<unsigned short>(number);
-            break;
-        case kOptKey:
-            options.key = optarg;
-            break;
-        case kOptNoKeyNewline:
-            options.keyNewline = false;
-            break;
-        case kOptStrictKey:
-            options.strictKey = true;
-            break;
-        case kOptVersionText:
-            options.versionText = optarg;
-            break;
-        case kOptExitReply:
-            if (!toLong(optarg, 100, 599, number) ||
-                (number != 200 && number != 403 && number != 404)) {
-                error = "invalid --exit-reply (200, 403 or 404): " + std::string(optarg);
+            default:
+                error = "unknown or incomplete option: " + name;
                 return false;
-            }
-            options.exitReply = static_cast<int>(number);
-            break;
-        case kOptRecord:
-            options.recordFile = optarg;
-            break;
-        case kOptMode:
-            if (!parseMode(optarg, options.behaviour.mode)) {
-                error = "unknown --mode: " + std::string(optarg);
-                return false;
-            }
-            break;
-        case kOptDelayMs:
-            if (!toLong(optarg, 0, INT_MAX, number)) {
-                error = "invalid --delay-ms: " + std::string(optarg);
-                return false;
-            }
-            options.behaviour.delayMs = static_cast<int>(number);
-            break;
-        case kOptModePath:
-            options.behaviour.path = optarg;
-            break;
-        case kOptModeTimes:
-            if (!toLong(optarg, 1, INT_MAX, number)) {
-                error = "invalid --mode-times: " + std::string(optarg);
-                return false;
-            }
-            options.behaviour.times = static_cast<int>(number);
-            break;
-        case kOptExitAfterMs:
-            if (!toLong(optarg, 0, INT_MAX, number)) {
-                error = "invalid --exit-after-ms: " + std::string(optarg);
-                return false;
-            }
-            options.exitAfterMs = static_cast<int>(number);
-            break;
-        case kOptKeepFiles:
-            options.keepFiles = true;
-            break;
-        case kOptExitWithParent:
-            options.exitWithParent = true;
-            break;
-        case kOptProcessName:
-            options.processName = optarg;
-            break;
-        case kOptChunkBytes:
-            if (!toLong(optarg, 1, 64L * 1024 * 1024, number)) {
-                error = "invalid --chunk-bytes: " + std::string(optarg);
-                return false;
-            }
-            options.chunkBytes = static_cast<size_t>(number);
-            break;
-        case kOptChunkDelayMs:
-            if (!toLong(optarg, 0, 60000, number)) {
-                error = "invalid --chunk-delay-ms: " + std::string(optarg);
-                return false;
-            }
-            options.chunkDelayMs = static_cast<int>(number);
-            break;
-        case kOptQuiet:
-            options.quiet = true;
-            break;
-        case kOptHelp:
-            help = true;
-            error = usageText();
-            return false;
-        default:
-            error = "unknown or incomplete option: " + name;
-            return false;
         }
     }
     if (optind < argc) {

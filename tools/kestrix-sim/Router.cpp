@@ -35,8 +35,8 @@ bool startsWith(const std::string& text, const char* prefix) {
 }
 
 std::string trimRight(std::string text) {
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' ||
-                             text.back() == '\n'))
+    while (!text.empty() &&
+           (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' || text.back() == '\n'))
         text.pop_back();
     return text;
 }
@@ -44,8 +44,7 @@ std::string trimRight(std::string text) {
 bool toInt(const std::string& text, long low, long high, int& value) {
     char* end = nullptr;
     long parsed = strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || parsed < low || parsed > high)
-        return false;
+    if (text.empty() || *end != '\0' || parsed < low || parsed > high) return false;
     value = static_cast<int>(parsed);
     return true;
 }
@@ -56,8 +55,7 @@ Response methodNotAllowed(const Request& request) {
 
 }  // namespace
 
-Router::Router(const std::string& key, bool strictKey, Control& control, TransferStore& transfers,
-               bool quiet)
+Router::Router(const std::string& key, bool strictKey, Control& control, TransferStore& transfers, bool quiet)
     : _key(key), _strictKey(strictKey), _control(control), _transfers(transfers), _quiet(quiet) {}
 
 bool Router::isControlPath(const std::string& path) {
@@ -66,8 +64,7 @@ bool Router::isControlPath(const std::string& path) {
 
 bool Router::authorised(const Request& request) const {
     const std::string* value = request.header(kKeyHeader);
-    if (value == nullptr)
-        return false;
+    if (value == nullptr) return false;
     // The plug-in sends the key file's text after the URL line as it stands,
     // so a key file that ends in a newline puts that newline into the header.
     return _strictKey ? *value == _key : trimRight(*value) == _key;
@@ -119,23 +116,19 @@ Response Router::version() const {
 
 Response Router::exitCall(Outcome& outcome) const {
     const int reply = _control.exitReply();
-    if (reply == 403)
-        return Response::error(403, "Exit refused");
-    if (reply == 404)
-        return Response::error(404, "Not found: /v4/kestrix/exit");
+    if (reply == 403) return Response::error(403, "Exit refused");
+    if (reply == 404) return Response::error(404, "Not found: /v4/kestrix/exit");
     outcome.exitAfter = true;
     return Response::json(200, "{\"status\":\"exiting\"}");
 }
 
 Response Router::activity(const Request& request) const {
     std::string scripted;
-    if (_control.nextScriptedActivity(scripted))
-        return Response::json(200, scripted);
+    if (_control.nextScriptedActivity(scripted)) return Response::json(200, scripted);
     char parseError[512] = "";
     std::unique_ptr<yajl_val_s, void (*)(yajl_val)> root(
         yajl_tree_parse(request.body.c_str(), parseError, sizeof(parseError)), yajl_tree_free);
-    if (!root)
-        return Response::error(400, std::string("JSON error: ") + parseError);
+    if (!root) return Response::error(400, std::string("JSON error: ") + parseError);
     const char* tokenPath[] = {"iteration_token", nullptr};
     yajl_val token = yajl_tree_get(root.get(), tokenPath, yajl_t_string);
     return Response::json(200, _transfers.activity(token ? YAJL_GET_STRING(token) : ""));
@@ -160,8 +153,7 @@ Response Router::startTransfers(const Request& request) {
     json.openMap();
     json.key("transfers");
     json.openArray();
-    for (const auto& order : orders)
-        _transfers.start(order, json);
+    for (const auto& order : orders) _transfers.start(order, json);
     json.closeArray();
     json.closeMap();
     return Response::json(200, json.text());
@@ -169,8 +161,7 @@ Response Router::startTransfers(const Request& request) {
 
 Response Router::window(const std::string& name) {
     _control.windowOpened(name);
-    if (!_quiet)
-        fprintf(stderr, "kestrix-sim: window opened: %s\n", name.c_str());
+    if (!_quiet) fprintf(stderr, "kestrix-sim: window opened: %s\n", name.c_str());
     JsonWriter json;
     json.openMap();
     json.field("window", name);
@@ -184,8 +175,7 @@ Response Router::control(const Request& request) {
     bool behaviourGiven = false;
     Behaviour behaviour;
     if (request.queryValue("mode", value)) {
-        if (!parseMode(value, behaviour.mode))
-            return Response::error(400, "Unknown mode: " + value);
+        if (!parseMode(value, behaviour.mode)) return Response::error(400, "Unknown mode: " + value);
         behaviourGiven = true;
     }
     if (request.queryValue("delay_ms", value)) {
@@ -204,17 +194,13 @@ Response Router::control(const Request& request) {
     }
     int exitReply = 0;
     if (request.queryValue("exit_reply", value)) {
-        if (!toInt(value, 200, 404, exitReply) ||
-            (exitReply != 200 && exitReply != 403 && exitReply != 404))
+        if (!toInt(value, 200, 404, exitReply) || (exitReply != 200 && exitReply != 403 && exitReply != 404))
             return Response::error(400, "Invalid exit_reply: " + value);
     }
     // Everything checked: now apply.
-    if (behaviourGiven)
-        _control.setBehaviour(behaviour);
-    if (exitReply != 0)
-        _control.setExitReply(exitReply);
-    if (request.queryValue("version_text", value))
-        _control.setVersionText(value);
+    if (behaviourGiven) _control.setBehaviour(behaviour);
+    if (exitReply != 0) _control.setExitReply(exitReply);
+    if (request.queryValue("version_text", value)) _control.setVersionText(value);
     return state();
 }
 
@@ -247,8 +233,7 @@ Response Router::filler(const Request& request) const {
         return Response::error(400, "Invalid bytes: " + value);
     bool withLength = true;
     if (request.queryValue("length", value)) {
-        if (value != "0" && value != "1")
-            return Response::error(400, "Invalid length: " + value);
+        if (value != "0" && value != "1") return Response::error(400, "Invalid length: " + value);
         withLength = value == "1";
     }
     Response response;

@@ -17,8 +17,7 @@ struct Outcome {
 
 class Router {
 public:
-    Router(const std::string& key, bool strictKey, Control& control, TransferStore& transfers,
-           bool quiet);
+    Router(const std::string& key, bool strictKey, Control& control, TransferStore& transfers, bool quiet);
 
     Outcome handle(const Request& request);
 

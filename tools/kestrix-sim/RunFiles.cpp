@@ -43,8 +43,7 @@ std::string readAll(const std::string& path) {
 }
 
 void removeIfOurs(const std::string& path, const std::string& text) {
-    if (path.empty() || readAll(path) != text)
-        return;
+    if (path.empty() || readAll(path) != text) return;
     std::error_code code;
     fs::remove(path, code);
 }
@@ -58,15 +57,13 @@ std::string RunFiles::dataDir() {
         base = dataHome;
     } else {
         const char* home = getenv("HOME");
-        if (home == nullptr || home[0] == '\0')
-            return "";
+        if (home == nullptr || home[0] == '\0') return "";
         base = std::string(home) + "/.local/share";
     }
     return base + "/Corvane/Corvane Kestrix";
 }
 
-bool RunFiles::write(const std::string& url, const std::string& key, bool keyNewline,
-                     std::string& error) {
+bool RunFiles::write(const std::string& url, const std::string& key, bool keyNewline, std::string& error) {
     const std::string data = dataDir();
     if (data.empty()) {
         error = "neither XDG_DATA_HOME nor HOME is set";

@@ -14,8 +14,7 @@ public:
 
     // Writes both files, creating folders as needed. Each file is written
     // under a temporary name and renamed, so a reader never sees half of it.
-    bool write(const std::string& url, const std::string& key, bool keyNewline,
-               std::string& error);
+    bool write(const std::string& url, const std::string& key, bool keyNewline, std::string& error);
     // Removes both files, unless another instance has replaced them since.
     void remove();
 

@@ -31,10 +31,8 @@ bool sendAll(int fd, const std::string& data) {
     size_t done = 0;
     while (done < data.size()) {
         ssize_t n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
         done += static_cast<size_t>(n);
     }
     return true;
@@ -53,11 +51,9 @@ Server::Server(Router& router, Control& control, Recorder& recorder)
 
 Server::~Server() {
     stop();
-    if (_listenFd >= 0)
-        ::close(_listenFd);
+    if (_listenFd >= 0) ::close(_listenFd);
     for (int fd : _wakePipe) {
-        if (fd >= 0)
-            ::close(fd);
+        if (fd >= 0) ::close(fd);
     }
 }
 
@@ -94,8 +90,7 @@ void Server::start(std::function<void()> onExit) {
 }
 
 void Server::stop() {
-    if (_wakePipe[1] < 0)
-        return;
+    if (_wakePipe[1] < 0) return;
     if (_acceptThread.joinable()) {
         const char byte = 'x';
         while (::write(_wakePipe[1], &byte, 1) < 0 && errno == EINTR) {
@@ -107,25 +102,20 @@ void Server::stop() {
         std::lock_guard<std::mutex> lock(_connectionsMutex);
         connections.swap(_connections);
     }
-    for (auto& connection : connections)
-        connection->thread.join();
+    for (auto& connection : connections) connection->thread.join();
 }
 
 void Server::acceptLoop() {
     for (;;) {
         pollfd fds[2] = {{_listenFd, POLLIN, 0}, {_wakePipe[0], POLLIN, 0}};
         if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
+            if (errno == EINTR) continue;
             return;
         }
-        if (fds[1].revents != 0)
-            return;
-        if ((fds[0].revents & POLLIN) == 0)
-            continue;
+        if (fds[1].revents != 0) return;
+        if ((fds[0].revents & POLLIN) == 0) continue;
         int fd = ::accept4(_listenFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0)
-            continue;
+        if (fd < 0) continue;
         auto connection = std::make_unique<Connection>();
         connection->fd = fd;
         Connection* raw = connection.get();
@@ -151,10 +141,8 @@ int Server::waitReadable(int fd, int timeoutMs) const {
     pollfd fds[2] = {{fd, POLLIN, 0}, {_wakePipe[0], POLLIN, 0}};
     for (;;) {
         int n = ::poll(fds, 2, timeoutMs);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 || fds[1].revents != 0)
-            return -1;
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 || fds[1].revents != 0) return -1;
         return n == 0 ? 0 : 1;
     }
 }
@@ -164,10 +152,8 @@ bool Server::pause(int ms) const {
     const long long end = nowMs() + ms;
     for (long long left = ms; left > 0; left = end - nowMs()) {
         int n = ::poll(&wake, 1, static_cast<int>(left));
-        if (n > 0)
-            return false;
-        if (n < 0 && errno != EINTR)
-            return false;
+        if (n > 0) return false;
+        if (n < 0 && errno != EINTR) return false;
     }
     return true;
 }
@@ -176,28 +162,21 @@ std::string Server::readRequest(int fd) {
     std::string raw;
     char chunk[kReadChunk];
     for (;;) {
-        if (waitReadable(fd, kIdleTimeoutMs) != 1)
-            return raw;
+        if (waitReadable(fd, kIdleTimeoutMs) != 1) return raw;
         ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return raw;  // the client closed (or broke) mid-request: keep what came
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return raw;  // the client closed (or broke) mid-request: keep what came
         raw.append(chunk, static_cast<size_t>(n));
         size_t length = 0;
         Frame_e state = Request::frame(raw, length);
-        if (state == Frame_e::Invalid || raw.size() >= kMaxRequestBytes)
-            return raw;
-        if (state == Frame_e::Complete)
-            break;
+        if (state == Frame_e::Invalid || raw.size() >= kMaxRequestBytes) return raw;
+        if (state == Frame_e::Complete) break;
     }
     // Bytes sent beyond the request belong in the record too.
     for (;;) {
         ssize_t n = ::recv(fd, chunk, sizeof(chunk), MSG_DONTWAIT);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
         raw.append(chunk, static_cast<size_t>(n));
     }
     return raw;
@@ -208,13 +187,10 @@ void Server::holdUntilClosed(int fd, int limitMs) const {
     const long long end = limitMs < 0 ? 0 : nowMs() + limitMs;
     for (;;) {
         int timeout = limitMs < 0 ? -1 : static_cast<int>(end - nowMs());
-        if (limitMs >= 0 && timeout <= 0)
-            return;
-        if (waitReadable(fd, timeout) != 1)
-            return;
+        if (limitMs >= 0 && timeout <= 0) return;
+        if (waitReadable(fd, timeout) != 1) return;
         ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
-        if (n == 0 || (n < 0 && errno != EINTR))
-            return;
+        if (n == 0 || (n < 0 && errno != EINTR)) return;
     }
 }
 
@@ -233,8 +209,7 @@ void Server::serve(Connection& connection) {
             delivery = _control.deliveryFor("");
         } else {
             outcome = _router.handle(request);
-            if (!Router::isControlPath(request.path))
-                delivery = _control.deliveryFor(request.path);
+            if (!Router::isControlPath(request.path)) delivery = _control.deliveryFor(request.path);
         }
         exitAfter = outcome.exitAfter;
         bool answer = delivery.delayMs <= 0 || pause(delivery.delayMs);
@@ -250,8 +225,7 @@ void Server::serve(Connection& connection) {
     }
     ::shutdown(fd, SHUT_RDWR);
     ::close(fd);
-    if (exitAfter && _onExit)
-        _onExit();
+    if (exitAfter && _onExit) _onExit();
     connection.done = true;
 }
 

@@ -35,8 +35,7 @@ void XMLCALL onStart(void* data, const XML_Char* name, const XML_Char** attribut
         state->rootName = name;
         return;
     }
-    if (state->depth != 2)
-        return;
+    if (state->depth != 2) return;
     state->element = name;
     state->text.clear();
     if (state->element == "param") {
@@ -67,8 +66,7 @@ void XMLCALL onEnd(void* data, const XML_Char*) {
 
 void XMLCALL onText(void* data, const XML_Char* text, int length) {
     auto* state = static_cast<XmlState*>(data);
-    if (state->depth == 2 && !state->element.empty())
-        state->text.append(text, static_cast<size_t>(length));
+    if (state->depth == 2 && !state->element.empty()) state->text.append(text, static_cast<size_t>(length));
 }
 
 // --- JSON form ------------------------------------------------------------
@@ -88,14 +86,11 @@ std::string stringMember(yajl_val object, const char* name) {
 }
 
 std::string joinRoot(const std::string& root, const std::string& source) {
-    if (root.empty())
-        return source;
+    if (root.empty()) return source;
     std::string left = root;
-    while (left.size() > 1 && left.back() == '/')
-        left.pop_back();
+    while (left.size() > 1 && left.back() == '/') left.pop_back();
     size_t start = source.find_first_not_of('/');
-    return left + (left.back() == '/' ? "" : "/") +
-           (start == std::string::npos ? "" : source.substr(start));
+    return left + (left.back() == '/' ? "" : "/") + (start == std::string::npos ? "" : source.substr(start));
 }
 
 bool readSpec(yajl_val element, TransferOrder& order, std::string& error) {
@@ -105,8 +100,7 @@ bool readSpec(yajl_val element, TransferOrder& order, std::string& error) {
         return false;
     }
     order.direction = stringMember(spec, "direction");
-    if (order.direction.empty())
-        order.direction = "receive";
+    if (order.direction.empty()) order.direction = "receive";
     if (order.direction != "receive" && order.direction != "send") {
         error = "unknown direction: " + order.direction;
         return false;
@@ -125,8 +119,8 @@ bool readSpec(yajl_val element, TransferOrder& order, std::string& error) {
             error = "each path needs a source string";
             return false;
         }
-        order.items.push_back({joinRoot(sourceRoot, YAJL_GET_STRING(source)),
-                               stringMember(path, "destination")});
+        order.items.push_back(
+            {joinRoot(sourceRoot, YAJL_GET_STRING(source)), stringMember(path, "destination")});
     }
     return true;
 }
@@ -135,14 +129,12 @@ bool readSpec(yajl_val element, TransferOrder& order, std::string& error) {
 
 std::vector<std::string> TransferOrder::sources() const {
     std::vector<std::string> list;
-    for (const auto& item : items)
-        list.push_back(item.source);
+    for (const auto& item : items) list.push_back(item.source);
     return list;
 }
 
 bool parseXferreqXml(const std::string& body, TransferOrder& order, std::string& error) {
-    std::unique_ptr<XML_ParserStruct, void (*)(XML_Parser)> parser(XML_ParserCreate(nullptr),
-                                                                    XML_ParserFree);
+    std::unique_ptr<XML_ParserStruct, void (*)(XML_Parser)> parser(XML_ParserCreate(nullptr), XML_ParserFree);
     if (!parser) {
         error = "out of memory";
         return false;
@@ -153,9 +145,9 @@ bool parseXferreqXml(const std::string& body, TransferOrder& order, std::string&
     XML_SetElementHandler(parser.get(), onStart, onEnd);
     XML_SetCharacterDataHandler(parser.get(), onText);
     if (XML_Parse(parser.get(), body.data(), static_cast<int>(body.size()), 1) != XML_STATUS_OK) {
-        error = std::string("XML error: ") + XML_ErrorString(XML_GetErrorCode(parser.get())) +
-                " at line " + std::to_string(XML_GetCurrentLineNumber(parser.get())) +
-                ", column " + std::to_string(XML_GetCurrentColumnNumber(parser.get()));
+        error = std::string("XML error: ") + XML_ErrorString(XML_GetErrorCode(parser.get())) + " at line " +
+                std::to_string(XML_GetCurrentLineNumber(parser.get())) + ", column " +
+                std::to_string(XML_GetCurrentColumnNumber(parser.get()));
         return false;
     }
     if (state.rootName != "xferreq") {
@@ -174,8 +166,7 @@ bool parseXferreqXml(const std::string& body, TransferOrder& order, std::string&
     return true;
 }
 
-bool parseXferreqJson(const std::string& body, std::vector<TransferOrder>& orders,
-                      std::string& error) {
+bool parseXferreqJson(const std::string& body, std::vector<TransferOrder>& orders, std::string& error) {
     char parseError[512] = "";
     std::unique_ptr<yajl_val_s, TreeDeleter> root(
         yajl_tree_parse(body.c_str(), parseError, sizeof(parseError)));
@@ -190,8 +181,7 @@ bool parseXferreqJson(const std::string& body, std::vector<TransferOrder>& order
     }
     for (size_t i = 0; i < specs->u.array.len; ++i) {
         TransferOrder order;
-        if (!readSpec(specs->u.array.values[i], order, error))
-            return false;
+        if (!readSpec(specs->u.array.values[i], order, error)) return false;
         if (order.destination.empty()) {
             error = "destination_root is missing";
             return false;

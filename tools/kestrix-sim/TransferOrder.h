@@ -26,7 +26,6 @@ struct TransferOrder {
 };
 
 bool parseXferreqXml(const std::string& body, TransferOrder& order, std::string& error);
-bool parseXferreqJson(const std::string& body, std::vector<TransferOrder>& orders,
-                      std::string& error);
+bool parseXferreqJson(const std::string& body, std::vector<TransferOrder>& orders, std::string& error);
 
 }  // namespace Kestrix::Sim

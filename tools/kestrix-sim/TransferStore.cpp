@@ -29,8 +29,7 @@ std::string localPath(const std::string& text) {
 
 std::string lastName(const std::string& path) {
     fs::path p = fs::path(path).lexically_normal();
-    if (!p.has_filename())
-        p = p.parent_path();
+    if (!p.has_filename()) p = p.parent_path();
     return p.filename().string();
 }
 
@@ -57,10 +56,7 @@ struct TransferStore::CopyStep {
 };
 
 TransferStore::TransferStore(size_t chunkBytes, int chunkDelayMs, bool quiet)
-    : _chunkBytes(chunkBytes),
-      _chunkDelayMs(chunkDelayMs),
-      _quiet(quiet),
-      _runTag(newUuid().substr(0, 8)) {}
+    : _chunkBytes(chunkBytes), _chunkDelayMs(chunkDelayMs), _quiet(quiet), _runTag(newUuid().substr(0, 8)) {}
 
 TransferStore::~TransferStore() {
     stop();
@@ -106,8 +102,7 @@ std::string TransferStore::activity(const std::string& token) const {
     json.key("transfers");
     json.openArray();
     for (const auto& transfer : _transfers) {
-        if (!limited || transfer->changed > since)
-            describe(*transfer, json);
+        if (!limited || transfer->changed > since) describe(*transfer, json);
     }
     json.closeArray();
     json.closeMap();
@@ -117,8 +112,7 @@ std::string TransferStore::activity(const std::string& token) const {
 void TransferStore::describeAll(JsonWriter& json) const {
     std::lock_guard<std::mutex> lock(_mutex);
     json.openArray();
-    for (const auto& transfer : _transfers)
-        describe(*transfer, json);
+    for (const auto& transfer : _transfers) describe(*transfer, json);
     json.closeArray();
 }
 
@@ -130,8 +124,7 @@ void TransferStore::stop() {
         threads.swap(_threads);
     }
     _stopCondition.notify_all();
-    for (auto& entry : threads)
-        entry.second.join();
+    for (auto& entry : threads) entry.second.join();
 }
 
 void TransferStore::run(std::shared_ptr<Transfer> transfer) {
@@ -184,8 +177,7 @@ bool TransferStore::plan(Transfer& transfer, std::vector<CopyStep>& steps, std::
                 CopyStep step{it->path(), target / it->path().lexically_relative(source),
                               it->is_directory(code), 0};
                 if (!step.directory) {
-                    if (!it->is_regular_file(code))
-                        continue;
+                    if (!it->is_regular_file(code)) continue;
                     step.size = it->file_size(code);
                     bytes += step.size;
                     ++files;
@@ -212,8 +204,7 @@ bool TransferStore::copyFile(Transfer& transfer, const CopyStep& step, std::stri
     std::error_code code;
     if (step.directory) {
         fs::create_directories(step.target, code);
-        if (code)
-            error = "Cannot create folder " + step.target.string() + ": " + code.message();
+        if (code) error = "Cannot create folder " + step.target.string() + ": " + code.message();
         return !code;
     }
     fs::create_directories(step.target.parent_path(), code);
@@ -232,9 +223,9 @@ bool TransferStore::copyFile(Transfer& transfer, const CopyStep& step, std::stri
     std::ifstream in(step.source, std::ios::binary);
     std::ofstream out(step.target, std::ios::binary | std::ios::trunc);
     if (!in || !out) {
-        error = std::string("Cannot ") + (!in ? "read " + step.source.string()
-                                              : "write " + step.target.string()) +
-                ": " + strerror(errno);
+        error = std::string("Cannot ") +
+                (!in ? "read " + step.source.string() : "write " + step.target.string()) + ": " +
+                strerror(errno);
         return false;
     }
     std::vector<char> buffer(_chunkBytes);
@@ -259,8 +250,7 @@ bool TransferStore::copyFile(Transfer& transfer, const CopyStep& step, std::stri
             }
             break;
         }
-        if (!pause())
-            return false;  // stopping: cancelled, error stays empty
+        if (!pause()) return false;  // stopping: cancelled, error stays empty
     }
     std::lock_guard<std::mutex> lock(_mutex);
     ++transfer.filesCompleted;
@@ -268,8 +258,7 @@ bool TransferStore::copyFile(Transfer& transfer, const CopyStep& step, std::stri
     return true;
 }
 
-void TransferStore::finish(Transfer& transfer, const std::string& status,
-                           const std::string& error) {
+void TransferStore::finish(Transfer& transfer, const std::string& status, const std::string& error) {
     std::lock_guard<std::mutex> lock(_mutex);
     transfer.status = status;
     transfer.error = error;
@@ -283,8 +272,7 @@ void TransferStore::finish(Transfer& transfer, const std::string& status,
 bool TransferStore::pause() {
     std::unique_lock<std::mutex> lock(_mutex);
     if (_chunkDelayMs > 0)
-        _stopCondition.wait_for(lock, std::chrono::milliseconds(_chunkDelayMs),
-                                [this] { return _stopping; });
+        _stopCondition.wait_for(lock, std::chrono::milliseconds(_chunkDelayMs), [this] { return _stopping; });
     return !_stopping;
 }
 
@@ -303,8 +291,7 @@ void TransferStore::describe(const Transfer& transfer, JsonWriter& json) const {
     if (transfer.bytesExpected > 0 && transfer.status != "completed")
         percentage = static_cast<long long>(transfer.bytesWritten * 100 / transfer.bytesExpected);
     json.field("percentage", percentage);
-    if (!transfer.error.empty())
-        json.field("error_message", transfer.error);
+    if (!transfer.error.empty()) json.field("error_message", transfer.error);
     json.closeMap();
 }
 

@@ -51,7 +51,7 @@ private:
     void finish(Transfer& transfer, const std::string& status, const std::string& error);
     bool pause();
     void describe(const Transfer& transfer, JsonWriter& json) const;  // _mutex held
-    void reapFinishedThreads();  // _mutex held
+    void reapFinishedThreads();                                       // _mutex held
 
     const size_t _chunkBytes;
     const int _chunkDelayMs;

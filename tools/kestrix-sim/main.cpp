@@ -47,13 +47,10 @@ void waitForExit(const sigset_t& signals, int exitAfterMs) {
         timespec now;
         clock_gettime(CLOCK_MONOTONIC, &now);
         long long left = (end.tv_sec - now.tv_sec) * 1000000000LL + (end.tv_nsec - now.tv_nsec);
-        if (left <= 0)
-            return;
+        if (left <= 0) return;
         timespec wait = {static_cast<time_t>(left / 1000000000LL), static_cast<long>(left % 1000000000LL)};
-        if (sigtimedwait(&signals, nullptr, &wait) >= 0)
-            return;
-        if (errno != EINTR)
-            return;  // EAGAIN: the time is up
+        if (sigtimedwait(&signals, nullptr, &wait) >= 0) return;
+        if (errno != EINTR) return;  // EAGAIN: the time is up
     }
 }
 
@@ -80,8 +77,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "kestrix-sim: %s\n%s", error.c_str(), usageText());
         return 2;
     }
-    if (!options.processName.empty())
-        prctl(PR_SET_NAME, options.processName.c_str(), 0, 0, 0);
+    if (!options.processName.empty()) prctl(PR_SET_NAME, options.processName.c_str(), 0, 0, 0);
     // A test that crashes must not leave us running (and holding its output
     // pipes open): the SIGTERM arrives through the sigwait below.
     if (options.exitWithParent) {
@@ -117,11 +113,9 @@ int main(int argc, char** argv) {
 
     waitForExit(signals, options.exitAfterMs);
 
-    if (!options.keepFiles)
-        files.remove();
+    if (!options.keepFiles) files.remove();
     server.stop();
     transfers.stop();
-    if (!options.quiet)
-        fprintf(stderr, "kestrix-sim: exiting\n");
+    if (!options.quiet) fprintf(stderr, "kestrix-sim: exiting\n");
     return 0;
 }

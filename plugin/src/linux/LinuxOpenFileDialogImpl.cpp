@@ -20,16 +20,14 @@ std::vector<std::string> LinuxOpenFileDialogImpl::panelArguments() const {
     // GTK offers files or folders, never both: an open panel that also
     // allows folders (_allowDirectories) chooses files.
     std::vector<std::string> args = {"--mode", _foldersOnly ? "folder" : "open"};
-    if (!_title.empty())
-        args.push_back("--title=" + _title);
-    if (_allowMultiple)
-        args.push_back("--multiple");
+    if (!_title.empty()) args.push_back("--title=" + _title);
+    if (_allowMultiple) args.push_back("--multiple");
     if (!_fileTypes.empty()) {
-        for (const std::string& ext : PlatformUtils::createFileTypes(DialogUtils::parseFileTypesJson(_fileTypes)))
+        for (const std::string& ext :
+             PlatformUtils::createFileTypes(DialogUtils::parseFileTypesJson(_fileTypes)))
             args.push_back("--ext=" + ext);
     }
-    if (_parentWindow)
-        args.push_back("--parent=" + std::to_string(_parentWindow));
+    if (_parentWindow) args.push_back("--parent=" + std::to_string(_parentWindow));
     return args;
 }
 

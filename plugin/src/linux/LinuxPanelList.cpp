@@ -81,8 +81,7 @@ void LinuxPanelList::remove(void* panel) {
 }
 
 bool LinuxPanelList::contains(void* panel) {
-    if (!panel)
-        return false;
+    if (!panel) return false;
     std::lock_guard<std::mutex> lock(listMutex());
     const auto& list = panels();
     return std::any_of(list.begin(), list.end(), [panel](const ShowingPanel& p) { return p.panel == panel; });
@@ -101,18 +100,15 @@ bool LinuxPanelList::abort(void* panel) {
         if (panel) {
             auto it = std::find_if(list.begin(), list.end(),
                                    [panel](const ShowingPanel& p) { return p.panel == panel; });
-            if (it == list.end())
-                return false;
+            if (it == list.end()) return false;
             abortFn = it->abort;
         } else {
-            if (list.empty())
-                return false;
+            if (list.empty()) return false;
             abortFn = list.back().abort;
         }
     }
     // The abort may take the panel off the list, so it runs unlocked.
-    if (abortFn)
-        abortFn();
+    if (abortFn) abortFn();
     return true;
 }
 

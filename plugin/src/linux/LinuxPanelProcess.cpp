@@ -30,22 +30,21 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-bool isExecutable(const std::string& path) { return !path.empty() && access(path.c_str(), X_OK) == 0; }
+bool isExecutable(const std::string& path) {
+    return !path.empty() && access(path.c_str(), X_OK) == 0;
+}
 
 // Each path the program prints ends in a NUL byte; a piece without one
 // was cut off and is not a path.
 std::vector<std::string> splitPaths(GBytes* output) {
     std::vector<std::string> paths;
-    if (!output)
-        return paths;
+    if (!output) return paths;
     gsize size = 0;
     const char* data = static_cast<const char*>(g_bytes_get_data(output, &size));
     gsize start = 0;
     for (gsize i = 0; i < size; ++i) {
-        if (data[i] != '\0')
-            continue;
-        if (i > start)
-            paths.emplace_back(data + start, i - start);
+        if (data[i] != '\0') continue;
+        if (i > start) paths.emplace_back(data + start, i - start);
         start = i + 1;
     }
     return paths;
@@ -92,29 +91,28 @@ LinuxPanelProcess::~LinuxPanelProcess() = default;
 
 std::string LinuxPanelProcess::programPath() {
     const char* configured = getenv(kProgramVariable);
-    if (configured && *configured)
-        return configured;
+    if (configured && *configured) return configured;
 
     Dl_info info;
     if (dladdr(reinterpret_cast<void*>(&LinuxPanelProcess::programPath), &info) && info.dli_fname) {
         const std::string library = info.dli_fname;
         std::string beside = folderOf(library) + kProgramName;
-        if (isExecutable(beside))
-            return beside;
+        if (isExecutable(beside)) return beside;
         // The library may be a link in a plug-in folder to where it is
         // installed with its program.
         char resolved[PATH_MAX];
         if (realpath(library.c_str(), resolved)) {
             beside = folderOf(resolved) + kProgramName;
-            if (isExecutable(beside))
-                return beside;
+            if (isExecutable(beside)) return beside;
         }
     }
     // Last resort: whatever the search path finds.
     return kProgramName;
 }
 
-void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) { gSecondLengthMs = milliseconds; }
+void LinuxPanelProcess::setSecondLengthForTesting(unsigned milliseconds) {
+    gSecondLengthMs = milliseconds;
+}
 
 int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& arguments, bool modal,
                            int32_t guardSeconds, const std::function<void()>& onTimeout,
@@ -123,8 +121,7 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     const std::string program = programPath();
     std::vector<const char*> argv;
     argv.push_back(program.c_str());
-    for (const std::string& argument : arguments)
-        argv.push_back(argument.c_str());
+    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
     argv.push_back(nullptr);
 
     // A modal panel's sources (the program's exit and output, the guard)
@@ -166,8 +163,7 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
     LinuxPanelList::add(
         panel, [this] { abort(); }, context);
 
-    if (!_finished)
-        g_main_loop_run(_loop);
+    if (!_finished) g_main_loop_run(_loop);
 
     LinuxPanelList::remove(panel);
     if (_guardSource) {
@@ -199,8 +195,7 @@ int LinuxPanelProcess::run(void* panel, const std::vector<std::string>& argument
 }
 
 int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
-    if (_aborted)
-        return kRunAborted;
+    if (_aborted) return kRunAborted;
     if (_error) {
         cv_err("Dialog program failed: %s", _error->message);
         return kRunFailed;
@@ -214,8 +209,7 @@ int LinuxPanelProcess::resultOfRun(std::vector<std::string>& paths) {
             paths = splitPaths(_output);
             return kRunAccepted;
         }
-        if (status == kExitCancelled)
-            return kRunCancelled;
+        if (status == kExitCancelled) return kRunCancelled;
         cv_err("Dialog program failed: exit status %d%s", status, because.c_str());
     } else if (g_subprocess_get_if_signaled(_subprocess)) {
         cv_err("Dialog program failed: signal %d%s", g_subprocess_get_term_sig(_subprocess), because.c_str());
@@ -236,15 +230,13 @@ void LinuxPanelProcess::onCommunicated(GObject* source, GAsyncResult* res, gpoin
 gboolean LinuxPanelProcess::onGuard(gpointer self) {
     auto* process = static_cast<LinuxPanelProcess*>(self);
     process->_inGuard = true;
-    if (process->_onTimeout)
-        process->_onTimeout();
+    if (process->_onTimeout) process->_onTimeout();
     process->_inGuard = false;
     return G_SOURCE_REMOVE;
 }
 
 void LinuxPanelProcess::abort() {
-    if (!_subprocess || _finished)
-        return;
+    if (!_subprocess || _finished) return;
     if (!_inGuard) _closedFromOutside = true;
     _aborted = true;
     // The loop ends when the killed program's output closes and its exit
@@ -271,7 +263,9 @@ bool LinuxPanelProcess::guardsBrowser(const std::string& browserName) {
     return browserName == "safari" || browserName == "firefox";
 }
 
-void LinuxPanelProcess::alertTimedOut() { startAlert(kTimedOutText); }
+void LinuxPanelProcess::alertTimedOut() {
+    startAlert(kTimedOutText);
+}
 
 void LinuxPanelProcess::startAlert(const std::string& text) {
     const std::string program = programPath();
@@ -279,8 +273,8 @@ void LinuxPanelProcess::startAlert(const std::string& text) {
     GError* error = nullptr;
     // Not waited for: GLib's intermediate child leaves it to init, so no
     // zombie stays behind in the browser.
-    if (!g_spawn_async(nullptr, const_cast<char**>(argv), nullptr, G_SPAWN_STDOUT_TO_DEV_NULL, nullptr, nullptr,
-                       nullptr, &error)) {
+    if (!g_spawn_async(nullptr, const_cast<char**>(argv), nullptr, G_SPAWN_STDOUT_TO_DEV_NULL, nullptr,
+                       nullptr, nullptr, &error)) {
         cv_err("Unable to start the dialog program %s: %s", program.c_str(), error ? error->message : "");
         g_clear_error(&error);
     }

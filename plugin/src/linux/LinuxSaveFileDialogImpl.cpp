@@ -16,8 +16,7 @@ LinuxSaveFileDialogImpl::LinuxSaveFileDialogImpl(const std::string& title, const
 
 std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
     std::vector<std::string> args = {"--mode", "save"};
-    if (!_title.empty())
-        args.push_back("--title=" + _title);
+    if (!_title.empty()) args.push_back("--title=" + _title);
 
     std::string ext;
     if (!_suggestedName.empty()) {
@@ -28,16 +27,13 @@ std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
     if (!_fileTypes.empty()) {
         std::vector<FileType> types = DialogUtils::parseFileTypesJson(_fileTypes);
         // The suggested name's own type is always among the allowed ones.
-        if (!ext.empty())
-            types.emplace_back(ext, std::vector<std::string>{ext});
+        if (!ext.empty()) types.emplace_back(ext, std::vector<std::string>{ext});
         const std::vector<std::string> allowed = PlatformUtils::createFileTypes(types);
         // A filter of "*" alone allows nothing in particular: the panel then
         // keeps its defaults, without even the all-files switch.
         if (!allowed.empty()) {
-            for (const std::string& type : allowed)
-                args.push_back("--ext=" + type);
-            if (DialogUtils::findExtension(types, "*") >= 0)
-                args.push_back("--allow-other");
+            for (const std::string& type : allowed) args.push_back("--ext=" + type);
+            if (DialogUtils::findExtension(types, "*") >= 0) args.push_back("--allow-other");
         }
     } else if (!ext.empty()) {
         // The name's extension alone, without its upper-case twin.
@@ -47,8 +43,7 @@ std::vector<std::string> LinuxSaveFileDialogImpl::panelArguments() const {
         args.push_back("--allow-other");
     }
 
-    if (_parentWindow)
-        args.push_back("--parent=" + std::to_string(_parentWindow));
+    if (_parentWindow) args.push_back("--parent=" + std::to_string(_parentWindow));
     return args;
 }
 
@@ -56,8 +51,7 @@ std::vector<std::string> LinuxSaveFileDialogImpl::doShow() {
     cv_dbg("LinuxSaveFileDialogImpl::doShow()");
     std::vector<std::string> paths = showPanel();
     // A save panel answers one path.
-    if (paths.size() > 1)
-        paths.resize(1);
+    if (paths.size() > 1) paths.resize(1);
     return paths;
 }
 

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "../src/SimClientFixture.h"
 #include "FakeBrowser.h"
 #include "FakeObject.h"
 #include "FakeRuntime.h"
+#include "LogCapture.h"
 #include "PlugIn.h"
 #include "cvCorvaneWebPlugin.h"
 #include "npfunctions.h"

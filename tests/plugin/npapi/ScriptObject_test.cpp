@@ -20,20 +20,34 @@ using namespace CorvaneTest;
 namespace {
 
 const std::vector<std::string> kMethods = {
-    "addToDownloadList",        "addToUploadList",
-    "clearDownloadList",        "clearUploadList",
-    "kestrixHttpRequest",       "kestrixHttpRequestAsync",
-    "displayAboutWindow",       "displayPreferencesWindow",
-    "displayTransferManager",   "handleDrop",
-    "initSession",              "queryBrowserEngine",
-    "queryBuildVersion",        "queryPluginVersion",
-    "queryVersion",             "queryKestrixVersion",
-    "runOpenFileDialog",        "runOpenFileDialogAsync",
-    "runOpenFolderDialog",      "runOpenFolderDialogAsync",
-    "runSaveFileDialog",        "runSaveFileDialogAsync",
-    "startDownload",            "startDownloadToPath",
-    "startUploadToURL",         "startListDownloadToPath",
-    "readAsArrayBuffer",        "readChunkAsArrayBuffer",
+    "addToDownloadList",
+    "addToUploadList",
+    "clearDownloadList",
+    "clearUploadList",
+    "kestrixHttpRequest",
+    "kestrixHttpRequestAsync",
+    "displayAboutWindow",
+    "displayPreferencesWindow",
+    "displayTransferManager",
+    "handleDrop",
+    "initSession",
+    "queryBrowserEngine",
+    "queryBuildVersion",
+    "queryPluginVersion",
+    "queryVersion",
+    "queryKestrixVersion",
+    "runOpenFileDialog",
+    "runOpenFileDialogAsync",
+    "runOpenFolderDialog",
+    "runOpenFolderDialogAsync",
+    "runSaveFileDialog",
+    "runSaveFileDialogAsync",
+    "startDownload",
+    "startDownloadToPath",
+    "startUploadToURL",
+    "startListDownloadToPath",
+    "readAsArrayBuffer",
+    "readChunkAsArrayBuffer",
     "startListUploadToURL",
 };
 
@@ -60,7 +74,8 @@ TEST_F(ScriptObjectTest, AnswersToItsMethodAndPropertyNamesExactly) {
         EXPECT_TRUE(FakeRuntime::hasMethodNamed(object, name)) << name;
         EXPECT_FALSE(FakeRuntime::hasPropertyNamed(object, name)) << name;
     }
-    for (const char* name : {"QueryVersion", "queryversion", "queryVersion ", "", "name", "handledrop", "runOpenFileDialogAsync2"})
+    for (const char* name : {"QueryVersion", "queryversion", "queryVersion ", "", "name", "handledrop",
+                             "runOpenFileDialogAsync2"})
         EXPECT_FALSE(FakeRuntime::hasMethodNamed(object, name)) << name;
     for (const char* name : {"name", "dropObserver", "eventHandler"})
         EXPECT_TRUE(FakeRuntime::hasPropertyNamed(object, name)) << name;

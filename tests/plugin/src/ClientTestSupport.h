@@ -56,21 +56,18 @@ public:
     }
     size_t count(const std::string& line) const {
         size_t n = 0;
-        for (const std::string& l : lines())
-            n += l == line ? 1 : 0;
+        for (const std::string& l : lines()) n += l == line ? 1 : 0;
         return n;
     }
     bool has(const std::string& line) const { return count(line) > 0; }
     size_t countPrefix(const std::string& prefix) const {
         size_t n = 0;
-        for (const std::string& l : lines())
-            n += l.compare(0, prefix.size(), prefix) == 0 ? 1 : 0;
+        for (const std::string& l : lines()) n += l.compare(0, prefix.size(), prefix) == 0 ? 1 : 0;
         return n;
     }
     std::string text() const {
         std::string all;
-        for (const std::string& l : lines())
-            all += l + "\n";
+        for (const std::string& l : lines()) all += l + "\n";
         return all;
     }
 
@@ -87,8 +84,7 @@ class ClientProcessGuard {
 public:
     ClientProcessGuard() {
         _lock = open("/tmp/corvane-test-corvanekestrix.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        if (_lock >= 0)
-            flock(_lock, LOCK_EX);
+        if (_lock >= 0) flock(_lock, LOCK_EX);
         prctl(PR_SET_CHILD_SUBREAPER, 1);
     }
     ~ClientProcessGuard() {
@@ -102,22 +98,19 @@ public:
         while (waitpid(-1, nullptr, WNOHANG) > 0) {
         }
         prctl(PR_SET_CHILD_SUBREAPER, 0);
-        if (_lock >= 0)
-            close(_lock);
+        if (_lock >= 0) close(_lock);
     }
     ClientProcessGuard(const ClientProcessGuard&) = delete;
     ClientProcessGuard& operator=(const ClientProcessGuard&) = delete;
 
     void killOnExit(pid_t pid) {
-        if (pid > 0)
-            _killOnExit.push_back(pid);
+        if (pid > 0) _killOnExit.push_back(pid);
     }
     // Waits up to 5 s for pid (a child of ours) to end.
     static bool reap(pid_t pid) {
         for (int i = 0; i < 500; ++i) {
             pid_t got = waitpid(pid, nullptr, WNOHANG);
-            if (got == pid || (got < 0 && errno == ECHILD))
-                return true;
+            if (got == pid || (got < 0 && errno == ECHILD)) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;
@@ -131,8 +124,7 @@ private:
 // Polls `condition` every 10 ms for up to `ms`.
 inline bool waitFor(const std::function<bool()>& condition, int ms = 5000) {
     for (int waited = 0; waited < ms; waited += 10) {
-        if (condition())
-            return true;
+        if (condition()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return condition();

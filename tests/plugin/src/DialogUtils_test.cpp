@@ -1,10 +1,10 @@
 #include "DialogUtils.h"
 
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 using Kestrix::Web::DialogUtils;
 using Kestrix::Web::FileType;
@@ -51,24 +51,23 @@ TEST(ParseFileTypes, ExtraKeysAndAnEmptyNameAreAccepted) {
 
 TEST(ParseFileTypes, EveryMalformedFilterThrowsTheSameMessage) {
     const char* bad[] = {
-        "{}",                                                   // not an array
-        R"({"filter_name":"a","extensions":["x"]})",            // an entry, not a list of them
-        "[",                                                    // not JSON
+        "{}",                                         // not an array
+        R"({"filter_name":"a","extensions":["x"]})",  // an entry, not a list of them
+        "[",                                          // not JSON
         "not json",
         "\"[]\"",
-        "[1]",                                                  // entry not an object
+        "[1]",  // entry not an object
         "[[]]",
-        R"([{"extensions":["x"]}])",                            // no filter_name
-        R"([{"filter_name":3,"extensions":["x"]}])",            // filter_name not a string
-        R"([{"filter_name":"a"}])",                             // no extensions
-        R"([{"filter_name":"a","extensions":[]}])",             // empty extensions
-        R"([{"filter_name":"a","extensions":"x"}])",            // extensions not an array
-        R"([{"filter_name":"a","extensions":["x",7]}])",        // a number among them
+        R"([{"extensions":["x"]}])",                      // no filter_name
+        R"([{"filter_name":3,"extensions":["x"]}])",      // filter_name not a string
+        R"([{"filter_name":"a"}])",                       // no extensions
+        R"([{"filter_name":"a","extensions":[]}])",       // empty extensions
+        R"([{"filter_name":"a","extensions":"x"}])",      // extensions not an array
+        R"([{"filter_name":"a","extensions":["x",7]}])",  // a number among them
         R"([{"filter_name":"a","extensions":["x",null]}])",
         R"([{"filter_name":"a","extensions":["x"]},{"filter_name":"b","extensions":[]}])",  // a later entry
     };
-    for (const char* json : bad)
-        EXPECT_EQ("Error parsing fileTypes JSON", parseError(json)) << json;
+    for (const char* json : bad) EXPECT_EQ("Error parsing fileTypes JSON", parseError(json)) << json;
 }
 
 TEST(FindExtension, FirstEntryHoldingTheExactExtension) {
@@ -100,5 +99,6 @@ TEST(SuggestedNameExtension, TextAfterTheLastDotUpToFourCharacters) {
 TEST(SuggestedNameExtension, NamesOfTheEtAlKindOfferNone) {
     EXPECT_EQ("", DialogUtils::extensionOfSuggestedName("a.b et al"));
     EXPECT_EQ("", DialogUtils::extensionOfSuggestedName("Smith et al. 2004.pdf"));
-    EXPECT_EQ("pdf", DialogUtils::extensionOfSuggestedName("Smith et. al.pdf")) << "only the exact words count";
+    EXPECT_EQ("pdf", DialogUtils::extensionOfSuggestedName("Smith et. al.pdf"))
+        << "only the exact words count";
 }

@@ -45,7 +45,8 @@ TEST_F(FileSystemTest, FoldersFallBackToHomeWhenXdgIsUnsetOrRelative) {
     _env.set("XDG_STATE_HOME", "relative/state");
 
     EXPECT_EQ(_home.path() + "/.local/share/", FileSystem::appDataPath());
-    EXPECT_EQ(_home.path() + "/.local/state/Corvane/corvane-kestrix-browser-plugin.log", FileSystem::logPath());
+    EXPECT_EQ(_home.path() + "/.local/state/Corvane/corvane-kestrix-browser-plugin.log",
+              FileSystem::logPath());
 }
 
 TEST_F(FileSystemTest, FoldersAreCachedUntilReset) {

@@ -12,8 +12,7 @@ using Kestrix::Web::File;
 TEST(File, ReadsAtMost1024BytesOnceAndThenCloses) {
     TempDir dir;
     std::string content;
-    for (int i = 0; i < 2000; ++i)
-        content += static_cast<char>('a' + i % 26);
+    for (int i = 0; i < 2000; ++i) content += static_cast<char>('a' + i % 26);
     const std::string path = dir.write("http.uri", content);
 
     File file(path);

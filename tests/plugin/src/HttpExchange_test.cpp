@@ -1,11 +1,5 @@
 // HttpRequest::invoke against kestrix-sim: the exact bytes sent, and what
 // comes of a client that answers well, oddly or not at all.
-#include "FileSystem.h"
-#include "HttpRequest.h"
-#include "HttpResponse.h"
-#include "KestrixApp.h"
-#include "TcpSocket.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,9 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "FileSystem.h"
+#include "HttpRequest.h"
+#include "HttpResponse.h"
+#include "KestrixApp.h"
 #include "KestrixSim.h"
 #include "LogCapture.h"
 #include "ScopedEnv.h"
+#include "TcpSocket.h"
 #include "TempDir.h"
 
 using Kestrix::Web::Callback;
@@ -84,12 +83,15 @@ TEST_F(HttpExchange, GetSendsExactBytesWithTheKeyFromTheUrlFile) {
     // The key is everything after the URL line, its newline included.
     const std::vector<std::string> recorded = _sim.recordedRequests();
     ASSERT_EQ(recorded.size(), 1u);
-    EXPECT_EQ(recorded[0], "GET /v4/kestrix/version HTTP/1.1\r\n"
-                           "Authorization-key: " + _sim.key() + "\n\r\n"
-                           "Connection: close\r\n"
-                           "Content-Length: 0\r\n"
-                           "User-Agent: Corvane Kestrix\r\n"
-                           "\r\n");
+    EXPECT_EQ(recorded[0],
+              "GET /v4/kestrix/version HTTP/1.1\r\n"
+              "Authorization-key: " +
+                  _sim.key() +
+                  "\n\r\n"
+                  "Connection: close\r\n"
+                  "Content-Length: 0\r\n"
+                  "User-Agent: Corvane Kestrix\r\n"
+                  "\r\n");
 }
 
 TEST_F(HttpExchange, KeyFileWithoutNewlineGivesAPlainHeaderLine) {
@@ -127,17 +129,23 @@ TEST_F(HttpExchange, PostSendsHeadersSortedByNameThenTheBody) {
     // in the order they were added.
     const std::vector<std::string> recorded = _sim.recordedRequests();
     ASSERT_EQ(recorded.size(), 1u);
-    EXPECT_EQ(recorded[0], "POST /v4/transfers/activity HTTP/1.1\r\n"
-                           "Accept: */*\r\n"
-                           "Authorization-key: " + _sim.key() + "\n\r\n"
-                           "Connection: close\r\n"
-                           "Content-Length: " + std::to_string(body.size()) + "\r\n"
-                           "Content-Type: application/vnd.corvane.xferreq+json\r\n"
-                           "User-Agent: Corvane Kestrix\r\n"
-                           "X-Dup: first\r\n"
-                           "X-Dup: second\r\n"
-                           "accept-language: en\r\n"
-                           "\r\n" + body);
+    EXPECT_EQ(recorded[0],
+              "POST /v4/transfers/activity HTTP/1.1\r\n"
+              "Accept: */*\r\n"
+              "Authorization-key: " +
+                  _sim.key() +
+                  "\n\r\n"
+                  "Connection: close\r\n"
+                  "Content-Length: " +
+                  std::to_string(body.size()) +
+                  "\r\n"
+                  "Content-Type: application/vnd.corvane.xferreq+json\r\n"
+                  "User-Agent: Corvane Kestrix\r\n"
+                  "X-Dup: first\r\n"
+                  "X-Dup: second\r\n"
+                  "accept-language: en\r\n"
+                  "\r\n" +
+                  body);
 }
 
 TEST_F(HttpExchange, InvokingTwiceSendsTheAddedHeadersTwice) {
@@ -149,15 +157,18 @@ TEST_F(HttpExchange, InvokingTwiceSendsTheAddedHeadersTwice) {
     ASSERT_TRUE(second);
     const std::vector<std::string> recorded = _sim.recordedRequests();
     ASSERT_EQ(recorded.size(), 2u);
-    EXPECT_EQ(recorded[1], "GET /v4/kestrix/version HTTP/1.1\r\n"
-                           "Authorization-key: " + _sim.key() + "\n\r\n"
-                           "Connection: close\r\n"
-                           "Connection: close\r\n"
-                           "Content-Length: 0\r\n"
-                           "Content-Length: 0\r\n"
-                           "User-Agent: Corvane Kestrix\r\n"
-                           "User-Agent: Corvane Kestrix\r\n"
-                           "\r\n");
+    EXPECT_EQ(recorded[1],
+              "GET /v4/kestrix/version HTTP/1.1\r\n"
+              "Authorization-key: " +
+                  _sim.key() +
+                  "\n\r\n"
+                  "Connection: close\r\n"
+                  "Connection: close\r\n"
+                  "Content-Length: 0\r\n"
+                  "Content-Length: 0\r\n"
+                  "User-Agent: Corvane Kestrix\r\n"
+                  "User-Agent: Corvane Kestrix\r\n"
+                  "\r\n");
 }
 
 TEST_F(HttpExchange, DebugLevelTwoTracesRequestTimingAndResponse) {
@@ -172,8 +183,7 @@ TEST_F(HttpExchange, DebugLevelTwoTracesRequestTimingAndResponse) {
     const std::string dumpStart = "DBG HttpRequest::invoke() - Response (";
     bool dumped = false;
     for (const std::string& line : log.all()) {
-        if (line.compare(0, dumpStart.size(), dumpStart) != 0)
-            continue;
+        if (line.compare(0, dumpStart.size(), dumpStart) != 0) continue;
         dumped = true;
         const std::string::size_type colon = line.find(" bytes):\n");
         ASSERT_NE(colon, std::string::npos) << line;

@@ -2,20 +2,13 @@
 // markers split across receive chunks, NUL bytes, odd Content-Length
 // values. A scripted server on loopback sends exact bytes with pauses in
 // between, so the chunk boundaries are under the test's control.
-#include "FileSystem.h"
-#include "HttpRequest.h"
-#include "HttpResponse.h"
-#include "KestrixApp.h"
-#include "TcpSocket.h"
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -24,8 +17,13 @@
 #include <thread>
 #include <vector>
 
+#include "FileSystem.h"
+#include "HttpRequest.h"
+#include "HttpResponse.h"
+#include "KestrixApp.h"
 #include "LogCapture.h"
 #include "ScopedEnv.h"
+#include "TcpSocket.h"
 #include "TempDir.h"
 
 using Kestrix::Web::HttpRequest;
@@ -64,8 +62,7 @@ public:
     // Splits text into pieces of one byte each.
     static std::vector<std::string> bytes(const std::string& text) {
         std::vector<std::string> out;
-        for (char c : text)
-            out.emplace_back(1, c);
+        for (char c : text) out.emplace_back(1, c);
         return out;
     }
 
@@ -73,18 +70,15 @@ private:
     bool waitReadable(int fd) {
         for (int i = 0; i < 100 && !_stop; ++i) {
             pollfd p{fd, POLLIN, 0};
-            if (poll(&p, 1, 50) == 1)
-                return true;
+            if (poll(&p, 1, 50) == 1) return true;
         }
         return false;
     }
 
     void serve() {
-        if (!waitReadable(_listenFd))
-            return;
+        if (!waitReadable(_listenFd)) return;
         const int fd = ::accept(_listenFd, nullptr, nullptr);
-        if (fd < 0)
-            return;
+        if (fd < 0) return;
         const int on = 1;
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
         // The requests in these tests have no body: the blank line ends them.
@@ -92,19 +86,15 @@ private:
         char buf[1024];
         while (request.find("\r\n\r\n") == std::string::npos && waitReadable(fd)) {
             const ssize_t n = ::recv(fd, buf, sizeof(buf), 0);
-            if (n <= 0)
-                break;
+            if (n <= 0) break;
             request.append(buf, static_cast<size_t>(n));
         }
         for (size_t i = 0; i < _pieces.size() && !_stop; ++i) {
-            if (i > 0 && _gapMs > 0)
-                std::this_thread::sleep_for(std::chrono::milliseconds(_gapMs));
-            if (::send(fd, _pieces[i].data(), _pieces[i].size(), MSG_NOSIGNAL) < 0)
-                break;
+            if (i > 0 && _gapMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(_gapMs));
+            if (::send(fd, _pieces[i].data(), _pieces[i].size(), MSG_NOSIGNAL) < 0) break;
         }
         if (!_closeAfter) {
-            while (!_stop)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            while (!_stop) std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         ::close(fd);
     }
@@ -169,8 +159,8 @@ TEST_F(HttpReceive, MarkersSplitAtEveryByteAreStillFound) {
 }
 
 TEST_F(HttpReceive, BodyArrivingInLaterChunksIsCollectedUpToTheLength) {
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Le", "ngth: 12\r", "\n\r", "\nhello ", "world!", "!!"}, 20,
-                          false);
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Le", "ngth: 12\r", "\n\r", "\nhello ", "world!", "!!"},
+                          20, false);
     long long ms = 0;
     auto response = get(server, ms);
     ASSERT_TRUE(response);
@@ -214,8 +204,8 @@ TEST_F(HttpReceive, LengthAfterWhiteSpaceIsRead) {
 TEST_F(HttpReceive, ChunksAreCutAtTheirFirstNulByte) {
     // "cd" after the NUL is lost with the rest of its chunk; the next chunk
     // makes up the announced 7 bytes.
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + std::string(1, '\0') + "cd", "efghi"},
-                          50, false);
+    ScriptedServer server(
+        {"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + std::string(1, '\0') + "cd", "efghi"}, 50, false);
     long long ms = 0;
     auto response = get(server, ms);
     ASSERT_TRUE(response);

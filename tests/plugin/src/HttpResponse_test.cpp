@@ -16,8 +16,9 @@ std::unique_ptr<HttpResponse> parse(const std::string& text) {
 }  // namespace
 
 TEST(HttpResponseParse, StatusHeadersAndBody) {
-    auto r = parse("HTTP/1.1 201 Created\r\nContent-Type: application/json\r\nX-A:  padded \r\n"
-                   "x-a: lower\r\nX-A: second\r\n\r\n{\"a\":1}\r\n\r\ntail");
+    auto r = parse(
+        "HTTP/1.1 201 Created\r\nContent-Type: application/json\r\nX-A:  padded \r\n"
+        "x-a: lower\r\nX-A: second\r\n\r\n{\"a\":1}\r\n\r\ntail");
     ASSERT_TRUE(r);
     EXPECT_EQ(r->statusCode(), 201);
     EXPECT_EQ(r->header("Content-Type"), "application/json");

@@ -140,7 +140,8 @@ TEST(Json, CreateErrorAndLogWritesTheMessageAtErrorLevel) {
     std::runtime_error e("disk full");
     EXPECT_EQ(R"({"error":{"code":-1,"user_message":"plain"}})", Json::createErrorAndLog("plain"));
     EXPECT_EQ(R"({"error":{"code":-1,"user_message":"disk full"}})", Json::createErrorAndLog(e));
-    EXPECT_EQ(R"({"error":{"code":-1,"user_message":"saving: disk full"}})", Json::createErrorAndLog(e, "saving"));
+    EXPECT_EQ(R"({"error":{"code":-1,"user_message":"saving: disk full"}})",
+              Json::createErrorAndLog(e, "saving"));
     cv_log_cleanup();
 
     std::string log = CorvaneTest::readFile(logFile);

@@ -1,5 +1,6 @@
 #include "KestrixApp.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,8 +11,6 @@
 #include <memory>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ClientTestSupport.h"
 #include "FileSystem.h"
@@ -79,9 +78,9 @@ protected:
         // the launcher's process check must never see it under another name.
         const std::string link = _home.mkdir(folder + "/.sim") + "/corvanekestrix";
         std::filesystem::create_symlink(KestrixSim::programPath(), link);
-        const std::string script = _home.write(folder + "/corvanekestrix",
-                                               "#!/bin/sh\n" + environment + " exec '" + link +
-                                                   "' --process-name corvanekestrix --quiet " + simArgs + "\n");
+        const std::string script = _home.write(
+            folder + "/corvanekestrix", "#!/bin/sh\n" + environment + " exec '" + link +
+                                            "' --process-name corvanekestrix --quiet " + simArgs + "\n");
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         _home.write(".local/share/Corvane/Corvane Kestrix/etc/corvanekestrix.path",
                     _home.path() + "/" + folder + "\n");
@@ -105,7 +104,8 @@ protected:
 };
 
 long long msSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+        .count();
 }
 
 }  // namespace
@@ -123,7 +123,8 @@ TEST_F(KestrixAppTest, UrlKeyAndPidComeFromTheClientFiles) {
     EXPECT_TRUE(KestrixApp::isRunning());
 
     EXPECT_TRUE(log.has("DBG Reading Corvane Kestrix URL from " + urlFile())) << log.text();
-    EXPECT_NE(std::string::npos, log.text().find("DBG Read Corvane Kestrix URL: " + sim.url() + "\n" + sim.key() + "\n"))
+    EXPECT_NE(std::string::npos,
+              log.text().find("DBG Read Corvane Kestrix URL: " + sim.url() + "\n" + sim.key() + "\n"))
         << "the whole file is the URL's text";
     EXPECT_TRUE(log.has("DBG Reading Corvane Kestrix UUID from " + urlFile()));
     EXPECT_TRUE(log.has("DBG Kestrix UUID: " + sim.key()));
@@ -206,7 +207,8 @@ TEST_F(KestrixAppTest, BinPathSearchesTheConfiguredFolderThenTheDefaults) {
     EXPECT_TRUE(log.has("LOG Corvane Kestrix executable path: " + local));
 
     const std::string configured = _home.write("Corvane Apps/corvanekestrix", "#!/bin/sh\n");
-    _home.write(".local/share/Corvane/Corvane Kestrix/etc/corvanekestrix.path", _home.path() + "/Corvane Apps\nrest\n");
+    _home.write(".local/share/Corvane/Corvane Kestrix/etc/corvanekestrix.path",
+                _home.path() + "/Corvane Apps\nrest\n");
     EXPECT_EQ(local, KestrixApp::binPath()) << "cached after the first success";
     KestrixApp::resetCache();
     EXPECT_EQ(configured, KestrixApp::binPath());
@@ -381,8 +383,7 @@ TEST_F(KestrixAppTest, ThreadsShareTheCachedUrlSafely) {
         threads.emplace_back([&] {
             for (int i = 0; i < 20; ++i) {
                 // A thread may see the URL cleared by another and fail once.
-                if (KestrixApp::isRunning())
-                    ++answered;
+                if (KestrixApp::isRunning()) ++answered;
                 std::unique_ptr<Kestrix::Web::HttpRequest> request(
                     Kestrix::Web::Utils::createHttpRequest(Kestrix::Web::kContentTypeJson));
                 KestrixApp::url();
@@ -395,8 +396,7 @@ TEST_F(KestrixAppTest, ThreadsShareTheCachedUrlSafely) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
-    for (std::thread& t : threads)
-        t.join();
+    for (std::thread& t : threads) t.join();
     stop = true;
     resetter.join();
 

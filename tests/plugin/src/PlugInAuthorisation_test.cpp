@@ -1,28 +1,30 @@
 // Which transfer bodies and destinations a page may send: the approved file
 // list, the chosen download folder and the body validator.
-#include "PlugIn.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
+#include "PlugIn.h"
 #include "TempDir.h"
 
 using Kestrix::Web::PlugIn;
 
 namespace {
 
-std::string error(const std::string& message) { return "{\"error\":{\"code\":-1,\"user_message\":\"" + message + "\"}}"; }
+std::string error(const std::string& message) {
+    return "{\"error\":{\"code\":-1,\"user_message\":\"" + message + "\"}}";
+}
 
 std::string sendBody(const std::string& sourceRoot, const std::string& pathsJson) {
     std::string root = sourceRoot.empty() ? "" : "\"source_root\":\"" + sourceRoot + "\",";
-    return "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"," + root + "\"paths\":" + pathsJson +
-           "}}]}";
+    return "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"," + root +
+           "\"paths\":" + pathsJson + "}}]}";
 }
 
 std::string receiveBody(const std::string& destinationRoot, const std::string& absolute = "true") {
-    return "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":" + absolute +
-           "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + destinationRoot + "\"}}]}";
+    return "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":" +
+           absolute + "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" +
+           destinationRoot + "\"}}]}";
 }
 
 TEST(ApprovedFiles, ExactPathsOnlyWithBackslashesAndOneTrailingSlashNormalised) {
@@ -120,7 +122,8 @@ TEST(JsonValidation, PathsMustBeAnArrayOfObjectsWithStringSources) {
     PlugIn plugin;
     const std::string invalid = error("Invalid argument: paths");
     EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "{\"source\":\"/x\"}")));
-    EXPECT_EQ(invalid, plugin.isJsonValid("{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}"));
+    EXPECT_EQ(invalid,
+              plugin.isJsonValid("{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}"));
     EXPECT_EQ("", plugin.isJsonValid(sendBody("", "[]")));
     EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "[\"/etc/passwd\"]")));
     EXPECT_EQ(invalid, plugin.isJsonValid(sendBody("", "[{\"source\":null}]")));
@@ -131,7 +134,8 @@ TEST(JsonValidation, PathsMustBeAnArrayOfObjectsWithStringSources) {
 TEST(JsonValidation, ReceiveIsCheckedOnlyWithAnAbsoluteDestination) {
     PlugIn plugin;
     std::string refused = plugin.isJsonValid(receiveBody("/Users/a/Downloads"));
-    EXPECT_EQ(error("The website attempted to transfer to an unauthorized directory: /Users/a/Downloads"), refused);
+    EXPECT_EQ(error("The website attempted to transfer to an unauthorized directory: /Users/a/Downloads"),
+              refused);
     // Backslashes of the refused folder are doubled in the message, nothing else is escaped.
     EXPECT_EQ(error("The website attempted to transfer to an unauthorized directory: C:\\\\x\"y"),
               plugin.isJsonValid(receiveBody("C:\\\\x\\\"y")));
@@ -214,7 +218,8 @@ TEST(JsonValidation, OnlyTheFirstTransferSpecIsChecked) {
     PlugIn plugin;
     PlugIn::addToApprovedFileList({"/ok/first.txt"});
     std::string body =
-        "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/ok/first.txt\"}]}},"
+        "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/ok/"
+        "first.txt\"}]}},"
         "{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/etc/shadow\"}]}}]}";
     EXPECT_EQ("", plugin.isJsonValid(body));
 }

@@ -5,13 +5,12 @@
 // A case marked `letThrough` is accepted on purpose: the rules the pages in
 // the field rely on do not constrain it. Every other accepted case is one
 // the rules accept for a file the user really chose.
-#include "PlugIn.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "PlugIn.h"
 #include "TempDir.h"
 
 using Kestrix::Web::PlugIn;
@@ -26,15 +25,18 @@ struct HostileBody {
 };
 
 std::string send(const std::string& pathsJson, const std::string& extra = "") {
-    return "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"," + extra + "\"paths\":" + pathsJson +
-           "}}]}";
+    return "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"," + extra +
+           "\"paths\":" + pathsJson + "}}]}";
 }
 
-std::string source(const std::string& path) { return "[{\"source\":\"" + path + "\"}]"; }
+std::string source(const std::string& path) {
+    return "[{\"source\":\"" + path + "\"}]";
+}
 
 std::string receive(const std::string& root, const std::string& absolute = "true") {
-    return "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":" + absolute +
-           "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + root + "\"}}]}";
+    return "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":" +
+           absolute + "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + root +
+           "\"}}]}";
 }
 
 std::vector<HostileBody> hostileBodies() {
@@ -70,22 +72,26 @@ std::vector<HostileBody> hostileBodies() {
         {"fullwidth solidus", send(source("/home/u/chosen\\uff0fa.txt")), false, nullptr},
         {"percent-encoded slash", send(source("/home/u/chosen%2fa.txt")), false, nullptr},
         {"file URL", send(source("file:///home/u/chosen/a.txt")), false, nullptr},
-        {"NUL after the chosen file", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")), false, nullptr},
-        // Source roots
-        {"root plus chosen name", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\","), true, nullptr},
-        {"root with slash plus leading slash", send(source("/a.txt"), "\"source_root\":\"/home/u/chosen/\","), true,
+        {"NUL after the chosen file", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")), false,
          nullptr},
+        // Source roots
+        {"root plus chosen name", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\","), true,
+         nullptr},
+        {"root with slash plus leading slash", send(source("/a.txt"), "\"source_root\":\"/home/u/chosen/\","),
+         true, nullptr},
         {"root elsewhere", send(source("passwd"), "\"source_root\":\"/etc\","), false, nullptr},
         {"root climbing out", send(source("../../etc/passwd"), "\"source_root\":\"/home/u/chosen\","), false,
          nullptr},
-        {"root naming the file, empty source", send(source(""), "\"source_root\":\"/home/u/chosen/a.txt\","), true,
-         "root + \"/\" + \"\" names the chosen file once its trailing slash is normalised"},
-        {"backslash root", send(source("a.txt"), "\"source_root\":\"\\\\home\\\\u\\\\chosen\","), true, nullptr},
+        {"root naming the file, empty source", send(source(""), "\"source_root\":\"/home/u/chosen/a.txt\","),
+         true, "root + \"/\" + \"\" names the chosen file once its trailing slash is normalised"},
+        {"backslash root", send(source("a.txt"), "\"source_root\":\"\\\\home\\\\u\\\\chosen\","), true,
+         nullptr},
         {"root that is a number", send(source("/home/u/chosen/a.txt"), "\"source_root\":5,"), false, nullptr},
         // Shapes
         {"paths is an object", send("{\"source\":\"/home/u/chosen/a.txt\"}"), false, nullptr},
         {"paths is a string", send("\"/etc/passwd\""), false, nullptr},
-        {"paths missing", "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}", false, nullptr},
+        {"paths missing", "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}", false,
+         nullptr},
         {"element is a string", send("[\"/etc/passwd\"]"), false, nullptr},
         {"element is null", send("[null]"), false, nullptr},
         {"element is an array", send("[[\"/etc/passwd\"]]"), false, nullptr},
@@ -95,42 +101,50 @@ std::vector<HostileBody> hostileBodies() {
         {"source is an object", send("[{\"source\":{\"path\":\"/etc/passwd\"}}]"), false, nullptr},
         {"element without a source", send("[{\"destination\":\"/etc/passwd\"}]"), true,
          "an element without \"source\" uploads nothing"},
-        {"second element unchosen", send("[{\"source\":\"/home/u/chosen/a.txt\"},{\"source\":\"/etc/passwd\"}]"),
-         false, nullptr},
+        {"second element unchosen",
+         send("[{\"source\":\"/home/u/chosen/a.txt\"},{\"source\":\"/etc/passwd\"}]"), false, nullptr},
         // Duplicate keys
-        {"duplicate source, second unchosen", send("[{\"source\":\"/home/u/chosen/a.txt\",\"source\":\"/etc/passwd\"}]"),
-         false, nullptr},
-        {"duplicate source, first unchosen", send("[{\"source\":\"/etc/passwd\",\"source\":\"/home/u/chosen/a.txt\"}]"),
-         false, nullptr},
+        {"duplicate source, second unchosen",
+         send("[{\"source\":\"/home/u/chosen/a.txt\",\"source\":\"/etc/passwd\"}]"), false, nullptr},
+        {"duplicate source, first unchosen",
+         send("[{\"source\":\"/etc/passwd\",\"source\":\"/home/u/chosen/a.txt\"}]"), false, nullptr},
         {"duplicate direction",
-         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"receive\",\"direction\":\"send\",\"paths\":" +
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"receive\",\"direction\":\"send\","
+         "\"paths\":" +
              source("/etc/passwd") + "}}]}",
          false, nullptr},
         {"duplicate transfer_spec",
-         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"receive\"},\"transfer_spec\":{\"direction\":"
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"receive\"},\"transfer_spec\":{"
+         "\"direction\":"
          "\"send\",\"paths\":" +
              source("/etc/passwd") + "}}]}",
          false, nullptr},
-        {"duplicate transfer_specs", "{\"transfer_specs\":[],\"transfer_specs\":[{\"transfer_spec\":{\"direction\":"
-                                     "\"send\",\"paths\":" +
-                                         source("/etc/passwd") + "}}]}",
+        {"duplicate transfer_specs",
+         "{\"transfer_specs\":[],\"transfer_specs\":[{\"transfer_spec\":{\"direction\":"
+         "\"send\",\"paths\":" +
+             source("/etc/passwd") + "}}]}",
          false, nullptr},
-        {"duplicate paths", send(source("/home/u/chosen/a.txt"), "\"paths\":" + source("/etc/passwd") + ","), false,
+        {"duplicate paths", send(source("/home/u/chosen/a.txt"), "\"paths\":" + source("/etc/passwd") + ","),
+         false, nullptr},
+        {"duplicate source_root",
+         send(source("a.txt"), "\"source_root\":\"/home/u/chosen\",\"source_root\":\"/etc\","), false,
          nullptr},
-        {"duplicate source_root", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\",\"source_root\":\"/etc\","),
-         false, nullptr},
         // Directions and later specs
         {"later spec unchosen",
-         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/home/u/chosen/a.txt") +
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" +
+             source("/home/u/chosen/a.txt") +
              "}},{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/etc/passwd") + "}}]}",
          true, "only the first transfer spec is examined"},
-        {"capitalised direction", "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"Send\",\"paths\":" +
-                                      source("/etc/passwd") + "}}]}",
+        {"capitalised direction",
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"Send\",\"paths\":" +
+             source("/etc/passwd") + "}}]}",
          true, "only the exact direction \"send\" is constrained"},
-        {"no direction", "{\"transfer_specs\":[{\"transfer_spec\":{\"paths\":" + source("/etc/passwd") + "}}]}", true,
+        {"no direction",
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"paths\":" + source("/etc/passwd") + "}}]}", true,
          "without a direction nothing is constrained"},
         {"transfer_specs is an object",
-         "{\"transfer_specs\":{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/etc/passwd") + "}}}",
+         "{\"transfer_specs\":{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/etc/passwd") +
+             "}}}",
          true, "only an array of transfer specs is examined"},
         // Download destinations (chosen folder /home/u/dl)
         {"chosen download folder", receive("/home/u/dl"), true, nullptr},
@@ -147,13 +161,16 @@ std::vector<HostileBody> hostileBodies() {
         {"absolute as a string", receive("/etc", "\"true\""), true, "only the JSON literal true counts"},
         {"duplicate absolute flag",
          "{\"transfer_specs\":[{\"corvane_kestrix_settings\":{\"use_absolute_destination_path\":false,"
-         "\"use_absolute_destination_path\":true},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":"
+         "\"use_absolute_destination_path\":true},\"transfer_spec\":{\"direction\":\"receive\",\"destination_"
+         "root\":"
          "\"/etc\"}}]}",
          false, nullptr},
         // Host binding
-        {"app id of another host", "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil.example\"}}", false, nullptr},
+        {"app id of another host", "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil.example\"}}", false,
+         nullptr},
         {"duplicate app id",
-         "{\"corvane_kestrix_settings\":{\"app_id\":\"plain\",\"app_id\":\"^evil.example\"}}", false, nullptr},
+         "{\"corvane_kestrix_settings\":{\"app_id\":\"plain\",\"app_id\":\"^evil.example\"}}", false,
+         nullptr},
     };
 }
 
@@ -176,7 +193,8 @@ TEST_F(HostileBodies, NoneIsAcceptedUnlessTheRulesAcceptIt) {
         if (c.accepted) {
             EXPECT_EQ("", result) << c.name << "\n" << c.body;
         } else {
-            EXPECT_EQ(0u, result.find("{\"error\":{\"code\":-1,\"user_message\":\"")) << c.name << "\n" << c.body;
+            EXPECT_EQ(0u, result.find("{\"error\":{\"code\":-1,\"user_message\":\"")) << c.name << "\n"
+                                                                                      << c.body;
         }
         if (c.letThrough) ++letThrough;
     }
@@ -192,7 +210,9 @@ protected:
         _dir.write("folder/inner.txt", "inside a chosen folder");
         PlugIn::addToApprovedFileList({_chosen, _folder});
     }
-    bool readable(const std::string& path) { return _plugin.readFileAsArrayBuffer(path).rfind("data:", 0) == 0; }
+    bool readable(const std::string& path) {
+        return _plugin.readFileAsArrayBuffer(path).rfind("data:", 0) == 0;
+    }
     bool chunkReadable(const std::string& path) {
         return _plugin.readFileChunkAsArrayBuffer(path, 0, 4).rfind("data:", 0) == 0;
     }
@@ -212,8 +232,8 @@ TEST_F(HostileReads, OnlyTheChosenFileItselfCanBeRead) {
         _dir.file("chosen/./a.txt"),
         _dir.file("chosen//a.txt"),
         _dir.file("CHOSEN/a.txt"),
-        _folder,                       // approved, but not a regular file
-        _chosen + "/",                 // approved by normalisation, opens as a folder and fails
+        _folder,        // approved, but not a regular file
+        _chosen + "/",  // approved by normalisation, opens as a folder and fails
         _chosen + "//",
         "/etc/passwd",
         "/proc/self/environ",

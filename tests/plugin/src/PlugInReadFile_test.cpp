@@ -1,12 +1,11 @@
 // Reading chosen files as base64 data URLs, whole or in chunks.
-#include "PlugIn.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <random>
 #include <string>
 
+#include "PlugIn.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
@@ -99,10 +98,11 @@ TEST_F(ReadFile, EveryByteSurvivesTheInPlaceEncoding) {
 
 TEST_F(ReadFile, RefusalsComeAsDocumentsOrPlainTextAsTheyAlwaysHave) {
     std::string unapproved = _dir.write("other.txt", "x");
-    EXPECT_EQ(errorDoc("Unable to read file context. Only files selected via standard file dialog or drag and "
-                       "drop accepted: " +
-                       unapproved),
-              _plugin.readFileAsArrayBuffer(unapproved));
+    EXPECT_EQ(
+        errorDoc("Unable to read file context. Only files selected via standard file dialog or drag and "
+                 "drop accepted: " +
+                 unapproved),
+        _plugin.readFileAsArrayBuffer(unapproved));
 
     std::string folder = _dir.mkdir("chosen-folder");
     PlugIn::addToApprovedFileList({folder});
@@ -146,7 +146,8 @@ TEST_F(ReadFile, ChunkRangesMayEndExactlyAtTheEnd) {
     std::string text = approved("digits.txt", "0123456789");
     EXPECT_EQ("data:text/plain;base64," + base64("3456"), _plugin.readFileChunkAsArrayBuffer(text, 3, 4));
     EXPECT_EQ("data:text/plain;base64," + base64("789"), _plugin.readFileChunkAsArrayBuffer(text, 7, 3));
-    EXPECT_EQ("data:text/plain;base64," + base64("0123456789"), _plugin.readFileChunkAsArrayBuffer(text, 0, 10));
+    EXPECT_EQ("data:text/plain;base64," + base64("0123456789"),
+              _plugin.readFileChunkAsArrayBuffer(text, 0, 10));
     const std::string badRange =
         "Offset and chunk size cannot be negative, and the sum can't be greater than the file size";
     EXPECT_EQ(badRange, _plugin.readFileChunkAsArrayBuffer(text, 7, 4));

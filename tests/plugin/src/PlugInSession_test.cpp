@@ -1,7 +1,5 @@
 // Sessions, versions and requests forwarded to a real local client
 // (kestrix-sim on loopback).
-#include "PlugIn.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,6 +14,7 @@
 #include "HttpResponse.h"
 #include "KestrixApp.h"
 #include "KestrixSim.h"
+#include "PlugIn.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "Transfer.h"
@@ -32,16 +31,18 @@ std::string errorDoc(const std::string& message) {
     return "{\"error\":{\"code\":-1,\"user_message\":\"" + message + "\"}}";
 }
 
-const std::string kContactError =
-    errorDoc("Error contacting Corvane Kestrix. Ensure that it is running, and not blocked by your firewall or "
-             "security policies.");
+const std::string kContactError = errorDoc(
+    "Error contacting Corvane Kestrix. Ensure that it is running, and not blocked by your firewall or "
+    "security policies.");
 
 std::string bodyOfRequest(const std::string& raw) {
     size_t end = raw.find("\r\n\r\n");
     return end == std::string::npos ? "" : raw.substr(end + 4);
 }
 
-std::string requestLine(const std::string& raw) { return raw.substr(0, raw.find("\r\n")); }
+std::string requestLine(const std::string& raw) {
+    return raw.substr(0, raw.find("\r\n"));
+}
 
 class Session : public ::testing::Test {
 protected:
@@ -92,7 +93,8 @@ TEST_F(Session, HostBrowserFamilyFollowsTheUserAgentInOrder) {
     EXPECT_EQ("chrome", plugin.hostBrowser());
     plugin.setHostBrowser("Mozilla/5.0 (X11; rv:109.0) Gecko/20100101 Firefox/115.0 Chrome Safari");
     EXPECT_EQ("firefox", plugin.hostBrowser());
-    plugin.setHostBrowser("Mozilla/5.0 (X11) AppleWebKit/602.1 (KHTML, like Gecko) Version/10.0 Safari/602.1");
+    plugin.setHostBrowser(
+        "Mozilla/5.0 (X11) AppleWebKit/602.1 (KHTML, like Gecko) Version/10.0 Safari/602.1");
     EXPECT_EQ("safari", plugin.hostBrowser());
     plugin.setHostBrowser("Some Odd Browser/1.0");
     EXPECT_EQ("some odd browser/1.0", plugin.hostBrowser());
@@ -136,7 +138,8 @@ TEST_F(Session, InitSessionInsertsTheIdUnescapedAndStartsPolling) {
     plugin.setPageHostname("portal");
     EXPECT_EQ("{\"app_id\":\"a\"b\"}", plugin.initSession("a\"b", "x"));
     // The poller's first request goes out one interval after the start.
-    for (int i = 0; i < 40 && requests().empty(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 40 && requests().empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     ASSERT_FALSE(requests().empty());
     EXPECT_EQ("POST /v4/transfers/activity HTTP/1.1", requestLine(requests()[0]));
     EXPECT_NE(std::string::npos, bodyOfRequest(requests()[0]).find("\"app_id\": \"a\"b\""));
@@ -174,10 +177,10 @@ TEST_F(Session, InvalidBodiesAreNeverSent) {
     std::string result = plugin.kestrixHttpRequest("POST", "/x", "{bad", &response);
     EXPECT_EQ(nullptr, response);
     EXPECT_EQ(0u, result.find("{\"error\":{\"code\":-1,\"user_message\":\"Error parsing JSON: "));
-    EXPECT_EQ(errorDoc("Invalid argument: paths"),
-              plugin.kestrixHttpRequest("POST", "/x",
-                                        "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}",
-                                        &response));
+    EXPECT_EQ(
+        errorDoc("Invalid argument: paths"),
+        plugin.kestrixHttpRequest(
+            "POST", "/x", "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\"}}]}", &response));
     EXPECT_TRUE(requests().empty());
 }
 
@@ -187,7 +190,8 @@ TEST_F(Session, KestrixVersionIsTheClientsAnswer) {
     EXPECT_NE(std::string::npos, version.find("\"version\":\"4.0.0.1\"")) << version;
     ASSERT_EQ(1u, requests().size());
     EXPECT_EQ("GET /v4/kestrix/version HTTP/1.1", requestLine(requests()[0]));
-    EXPECT_EQ("{\"corvane_kestrix_settings\":{\"app_id\":\"version request\"}}", bodyOfRequest(requests()[0]));
+    EXPECT_EQ("{\"corvane_kestrix_settings\":{\"app_id\":\"version request\"}}",
+              bodyOfRequest(requests()[0]));
 }
 
 TEST_F(Session, KestrixVersionWithAnEmptyAnswerIsAnError) {
@@ -216,7 +220,8 @@ TEST_F(Session, WithoutAClientRequestsFailWithTheContactError) {
     EXPECT_EQ(kContactError, plugin.queryKestrixVersion());
     EXPECT_FALSE(plugin.displayAboutWindow());
     // No client URL is known at all: the asynchronous form cannot even build its request.
-    EXPECT_EQ(errorDoc("Error creating HTTP request"), plugin.kestrixHttpRequestAsync("GET", "/x", "", nullptr));
+    EXPECT_EQ(errorDoc("Error creating HTTP request"),
+              plugin.kestrixHttpRequestAsync("GET", "/x", "", nullptr));
 }
 
 TEST_F(Session, TheAsynchronousFormQueuesWithoutContactingTheClient) {
@@ -258,17 +263,19 @@ TEST_F(Session, AsynchronousRequestsAnswerOnTheWorkerInOrder) {
     {
         PlugIn plugin;
         ASSERT_EQ(0, plugin.init(2000));
-        EXPECT_EQ("", plugin.kestrixHttpRequestAsync("GET", "/v4/kestrix/version", "", new RecordingCallback(shared)));
-        EXPECT_EQ("", plugin.kestrixHttpRequestAsync("POST", "/nowhere", "{}", new RecordingCallback(shared)));
-        EXPECT_EQ(errorDoc("Invalid application ID hostname: h"),
-                  [&] {
-                      plugin.setPageHostname("h");
-                      return plugin.kestrixHttpRequestAsync(
-                          "POST", "/x", "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"}}",
-                          new RecordingCallback(shared));
-                  }());
+        EXPECT_EQ("", plugin.kestrixHttpRequestAsync("GET", "/v4/kestrix/version", "",
+                                                     new RecordingCallback(shared)));
+        EXPECT_EQ("",
+                  plugin.kestrixHttpRequestAsync("POST", "/nowhere", "{}", new RecordingCallback(shared)));
+        EXPECT_EQ(errorDoc("Invalid application ID hostname: h"), [&] {
+            plugin.setPageHostname("h");
+            return plugin.kestrixHttpRequestAsync("POST", "/x",
+                                                  "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"}}",
+                                                  new RecordingCallback(shared));
+        }());
         std::unique_lock<std::mutex> lock(shared.mutex);
-        ASSERT_TRUE(shared.changed.wait_for(lock, std::chrono::seconds(20), [&] { return shared.bodies.size() == 2; }));
+        ASSERT_TRUE(shared.changed.wait_for(lock, std::chrono::seconds(20),
+                                            [&] { return shared.bodies.size() == 2; }));
     }
     EXPECT_NE(std::string::npos, shared.bodies[0].find("\"version\""));
     EXPECT_NE(std::string::npos, shared.bodies[1].find("Not found: /nowhere"));
@@ -276,7 +283,9 @@ TEST_F(Session, AsynchronousRequestsAnswerOnTheWorkerInOrder) {
     EXPECT_EQ(2u, shared.bodies.size());  // the refused one never ran
 }
 
-std::string xferreqOf(const std::string& raw) { return bodyOfRequest(raw); }
+std::string xferreqOf(const std::string& raw) {
+    return bodyOfRequest(raw);
+}
 
 TEST_F(Session, DownloadsNeedTheChosenFolderAndConsumeIt) {
     CorvaneTest::TempDir files;
@@ -296,7 +305,8 @@ TEST_F(Session, DownloadsNeedTheChosenFolderAndConsumeIt) {
 
     ASSERT_EQ(1u, requests().size());
     EXPECT_EQ("POST /transfers/ HTTP/1.1", requestLine(requests()[0]));
-    EXPECT_NE(std::string::npos, requests()[0].find("\r\nContent-Type: application/vnd.corvane.xferreq+xml\r\n"));
+    EXPECT_NE(std::string::npos,
+              requests()[0].find("\r\nContent-Type: application/vnd.corvane.xferreq+xml\r\n"));
     EXPECT_EQ("<xferreq xmlns=\"" + Kestrix::Web::Transfer::kXmlNamespace + "\"><src>" + source +
                   "</src><dest>file://" + chosen + "</dest></xferreq>",
               xferreqOf(requests()[0]));
@@ -304,7 +314,8 @@ TEST_F(Session, DownloadsNeedTheChosenFolderAndConsumeIt) {
     // Without a destination nothing is checked and no <dest> is sent.
     EXPECT_TRUE(plugin.startDownload("/remote/x&y.txt"));
     ASSERT_EQ(2u, requests().size());
-    EXPECT_EQ("<xferreq xmlns=\"" + Kestrix::Web::Transfer::kXmlNamespace + "\"><src>/remote/x&amp;y.txt</src></xferreq>",
+    EXPECT_EQ("<xferreq xmlns=\"" + Kestrix::Web::Transfer::kXmlNamespace +
+                  "\"><src>/remote/x&amp;y.txt</src></xferreq>",
               xferreqOf(requests()[1]));
 }
 

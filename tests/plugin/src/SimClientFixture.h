@@ -36,21 +36,20 @@ struct RecordedRequest {
                 line = l;
             else
                 headers.push_back(l);
-            if (end == std::string::npos)
-                break;
+            if (end == std::string::npos) break;
             pos = end + 2;
         }
         const size_t first = line.find(' ');
         const size_t second = line.find(' ', first + 1);
         if (first != std::string::npos)
-            target = line.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
+            target =
+                line.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
     }
 
     // The value of the first header with this name, "" when there is none.
     std::string header(const std::string& name) const {
         for (const std::string& h : headers) {
-            if (h.compare(0, name.size() + 2, name + ": ") == 0)
-                return h.substr(name.size() + 2);
+            if (h.compare(0, name.size() + 2, name + ": ") == 0) return h.substr(name.size() + 2);
         }
         return "";
     }
@@ -85,15 +84,13 @@ protected:
         std::vector<RecordedRequest> found;
         for (const std::string& raw : _sim.recordedRequests()) {
             RecordedRequest request(raw);
-            if (request.target == target)
-                found.push_back(request);
+            if (request.target == target) found.push_back(request);
         }
         return found;
     }
     std::vector<RecordedRequest> allRequests() const {
         std::vector<RecordedRequest> found;
-        for (const std::string& raw : _sim.recordedRequests())
-            found.emplace_back(raw);
+        for (const std::string& raw : _sim.recordedRequests()) found.emplace_back(raw);
         return found;
     }
 
@@ -102,8 +99,7 @@ protected:
     bool waitForRequests(const std::string& target, size_t count, int timeoutMs = 10000) const {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         while (requestsTo(target).size() < count) {
-            if (std::chrono::steady_clock::now() >= deadline)
-                return false;
+            if (std::chrono::steady_clock::now() >= deadline) return false;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         return true;

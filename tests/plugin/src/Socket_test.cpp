@@ -1,15 +1,12 @@
-#include "IpAddress.h"
 #include "Socket.h"
-#include "TcpSocket.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "IpAddress.h"
 #include "LogCapture.h"
+#include "TcpSocket.h"
 
 using Kestrix::Web::IpAddress;
 using Kestrix::Web::Socket;
@@ -44,27 +43,24 @@ public:
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (_fd < 0 || ::bind(_fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0 || ::listen(_fd, backlog) != 0)
+        if (_fd < 0 || ::bind(_fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0 ||
+            ::listen(_fd, backlog) != 0)
             ADD_FAILURE() << "cannot listen: " << std::strerror(errno);
         socklen_t len = sizeof(a);
         getsockname(_fd, reinterpret_cast<sockaddr*>(&a), &len);
         _port = ntohs(a.sin_port);
     }
     ~Listener() {
-        for (int fd : _accepted)
-            ::close(fd);
-        if (_fd >= 0)
-            ::close(_fd);
+        for (int fd : _accepted) ::close(fd);
+        if (_fd >= 0) ::close(_fd);
     }
     unsigned short port() const { return _port; }
     // Waits at most 5 s for one connection.
     int accept() {
         pollfd p{_fd, POLLIN, 0};
-        if (poll(&p, 1, 5000) != 1)
-            return -1;
+        if (poll(&p, 1, 5000) != 1) return -1;
         const int fd = ::accept(_fd, nullptr, nullptr);
-        if (fd >= 0)
-            _accepted.push_back(fd);
+        if (fd >= 0) _accepted.push_back(fd);
         return fd;
     }
     // Drops an accepted connection with a reset, as a crashed peer would.
@@ -84,7 +80,9 @@ private:
 // Restores the default limits after a test shortened them.
 class ShortTimeouts {
 public:
-    ShortTimeouts(int connectMs, int sendMs, int recvMs) { TcpSocket::setTimeouts({connectMs, sendMs, recvMs}); }
+    ShortTimeouts(int connectMs, int sendMs, int recvMs) {
+        TcpSocket::setTimeouts({connectMs, sendMs, recvMs});
+    }
     ~ShortTimeouts() { TcpSocket::resetTimeouts(); }
 };
 
@@ -120,7 +118,8 @@ TEST(Socket, ResolveGivesFirstIpv4AddressOrLogsWhyNot) {
 
     log.clear();
     EXPECT_EQ(IpAddress::resolve("::1"), "");
-    EXPECT_EQ(log.all(), std::vector<std::string>{"LOG ERROR: Unable to resolve IP address (AF_INET not found)"});
+    EXPECT_EQ(log.all(),
+              std::vector<std::string>{"LOG ERROR: Unable to resolve IP address (AF_INET not found)"});
 }
 
 TEST(Socket, IpAddressCopiesAnAddress) {
@@ -255,8 +254,7 @@ TEST(Socket, ConnectGivesUpAfterTheTimeout) {
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         a.sin_port = htons(server.port());
-        if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0)
-            continue;
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0) continue;
         pollfd p{fd, POLLOUT, 0};
         queueFull = poll(&p, 1, 200) == 0;
     }
@@ -270,6 +268,5 @@ TEST(Socket, ConnectGivesUpAfterTheTimeout) {
     EXPECT_GE(msSince(start), 250);
     EXPECT_LT(msSince(start), 3000);
     EXPECT_EQ(log.countPrefix("LOG Connection failed for socket 0x"), 1u);
-    for (int fd : fillers)
-        ::close(fd);
+    for (int fd : fillers) ::close(fd);
 }

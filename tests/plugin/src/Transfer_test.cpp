@@ -30,8 +30,7 @@ protected:
     }
 };
 
-TEST_F(TransferTest, DownloadIsPostedAsOneLineDocument)
-{
+TEST_F(TransferTest, DownloadIsPostedAsOneLineDocument) {
     ASSERT_TRUE(startSim()) << _sim.error();
     Transfer transfer;
     transfer.setSource("/data/a b.txt");
@@ -44,8 +43,7 @@ TEST_F(TransferTest, DownloadIsPostedAsOneLineDocument)
               request.body);
 }
 
-TEST_F(TransferTest, UploadEscapesEverySourceAndSkipsEmptyOnes)
-{
+TEST_F(TransferTest, UploadEscapesEverySourceAndSkipsEmptyOnes) {
     ASSERT_TRUE(startSim()) << _sim.error();
     Transfer transfer;
     transfer.setSource("/replaced/by/the/list");
@@ -61,8 +59,7 @@ TEST_F(TransferTest, UploadEscapesEverySourceAndSkipsEmptyOnes)
               request.body);
 }
 
-TEST_F(TransferTest, SingleSourceReplacesEarlierSources)
-{
+TEST_F(TransferTest, SingleSourceReplacesEarlierSources) {
     ASSERT_TRUE(startSim()) << _sim.error();
     Transfer transfer;
     transfer.setSource(std::vector<std::string>{"/a", "/b"});
@@ -71,8 +68,7 @@ TEST_F(TransferTest, SingleSourceReplacesEarlierSources)
     EXPECT_EQ(kRoot + "<src>/c</src></xferreq>", send(transfer).body);
 }
 
-TEST_F(TransferTest, ParametersKeepTheirUnclosedFormInKeyOrder)
-{
+TEST_F(TransferTest, ParametersKeepTheirUnclosedFormInKeyOrder) {
     ASSERT_TRUE(startSim()) << _sim.error();
     Transfer transfer;
     transfer.setSource("/s");
@@ -81,12 +77,12 @@ TEST_F(TransferTest, ParametersKeepTheirUnclosedFormInKeyOrder)
     transfer.setParam("zeta", "2");
 
     // The client rejects this document, but any answer counts as sent.
-    EXPECT_EQ(kRoot + "<src>/s</src><param name=\"alpha value=\"x<y\"><param name=\"zeta value=\"2\"></xferreq>",
-              send(transfer).body);
+    EXPECT_EQ(
+        kRoot + "<src>/s</src><param name=\"alpha value=\"x<y\"><param name=\"zeta value=\"2\"></xferreq>",
+        send(transfer).body);
 }
 
-TEST_F(TransferTest, EmptyTransferSendsTheBareRootElement)
-{
+TEST_F(TransferTest, EmptyTransferSendsTheBareRootElement) {
     ASSERT_TRUE(startSim()) << _sim.error();
     Transfer transfer;
     transfer.setSource(std::vector<std::string>{"", ""});
@@ -96,8 +92,7 @@ TEST_F(TransferTest, EmptyTransferSendsTheBareRootElement)
     EXPECT_EQ(std::to_string(request.body.size()), request.header("Content-Length"));
 }
 
-TEST_F(TransferTest, NoClientFailsWithoutSending)
-{
+TEST_F(TransferTest, NoClientFailsWithoutSending) {
     LogCapture log;
     Transfer transfer;
     transfer.setSource("/s");
@@ -106,8 +101,7 @@ TEST_F(TransferTest, NoClientFailsWithoutSending)
     EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
 }
 
-TEST_F(TransferTest, ConnectionClosedWithoutAnswerFails)
-{
+TEST_F(TransferTest, ConnectionClosedWithoutAnswerFails) {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/transfers/"})) << _sim.error();
     LogCapture log;
     Transfer transfer;

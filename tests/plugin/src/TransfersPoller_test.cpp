@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -26,18 +26,20 @@ namespace {
 const auto kWait = std::chrono::seconds(10);
 const int kTestIntervalMs = 10;
 
-std::string requestData(const std::string& token, const std::string& appId)
-{
+std::string requestData(const std::string& token, const std::string& appId) {
     return "{\n"
-           "    \"iteration_token\": \"" + token + "\",\n"
+           "    \"iteration_token\": \"" +
+           token +
+           "\",\n"
            "    \"corvane_kestrix_settings\" : {\n"
-           "        \"app_id\": \"" + appId + "\"\n"
+           "        \"app_id\": \"" +
+           appId +
+           "\"\n"
            "    }\n"
            "}\n";
 }
 
-std::string tokenOf(const std::string& json)
-{
+std::string tokenOf(const std::string& json) {
     Json document;
     const char* path[] = {"iteration_token", nullptr};
     return document.parse(json) ? document.getString(path) : "<unparsable>";
@@ -84,12 +86,10 @@ protected:
     // Starts the simulator with `answers` as the exact bodies of its next
     // activity answers, one each, in order; its own answers follow.
     bool startScripted(const std::vector<std::string>& answers) {
-        if (!startSim())
-            return false;
+        if (!startSim()) return false;
         for (const std::string& answer : answers) {
             const std::string reply = _sim.request("POST", "/sim/activity?times=1", answer);
-            if (CorvaneTest::KestrixSim::statusOf(reply) != 200)
-                return false;
+            if (CorvaneTest::KestrixSim::statusOf(reply) != 200) return false;
         }
         return true;
     }
@@ -107,8 +107,7 @@ protected:
     }
 };
 
-TEST_F(TransfersPollerTest, RequestDataIsTheSixLineDocument)
-{
+TEST_F(TransfersPollerTest, RequestDataIsTheSixLineDocument) {
     TransfersPoller poller;
     EXPECT_EQ(1000, poller.intervalMs());
     EXPECT_EQ(requestData("", ""), poller.createRequestData());
@@ -119,8 +118,7 @@ TEST_F(TransfersPollerTest, RequestDataIsTheSixLineDocument)
     EXPECT_EQ(requestData("", "a\"b\\c"), poller.createRequestData());
 }
 
-TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack)
-{
+TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack) {
     ASSERT_TRUE(startSim()) << _sim.error();
     RecordingListener listener;
     TransfersPoller poller(kTestIntervalMs);
@@ -146,8 +144,7 @@ TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack)
     EXPECT_EQ(0u, events[0].find("{\"iteration_token\":\"")) << events[0];
 }
 
-TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest)
-{
+TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest) {
     ASSERT_TRUE(startSim()) << _sim.error();
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
@@ -160,8 +157,7 @@ TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest)
         EXPECT_NE(std::string::npos, body.find("        \"app_id\": \"shop.example.com\"\n")) << body;
 }
 
-TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
-{
+TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt) {
     ASSERT_TRUE(startScripted({"{\"iteration_token\":\"t1\",\"transfers\":[]}", "{\"transfers\":[1]}",
                                "{\"iteration_token\":42}", "{\"iteration_token\":\"t4\"}"}))
         << _sim.error();
@@ -184,9 +180,9 @@ TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt)
     EXPECT_EQ("{\"transfers\":[1]}", events[1]);
 }
 
-TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
-{
-    const std::string error = "{\"error\":{\"code\":-1,\"user_message\":\"busy\"},\"iteration_token\":\"t3\"}";
+TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody) {
+    const std::string error =
+        "{\"error\":{\"code\":-1,\"user_message\":\"busy\"},\"iteration_token\":\"t3\"}";
     ASSERT_TRUE(startScripted({"{\"iteration_token\":\"t1\"}", "{\"iteration_token\":\"t2\"", error, "",
                                "{\"iteration_token\":\"t5\"}"}))
         << _sim.error();
@@ -200,8 +196,7 @@ TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
     finish(poller);
 
     const std::vector<std::string> bodies = activityBodies();
-    for (size_t i = 1; i <= 4; ++i)
-        EXPECT_EQ(requestData("t1", ""), bodies[i]) << "request " << i;
+    for (size_t i = 1; i <= 4; ++i) EXPECT_EQ(requestData("t1", ""), bodies[i]) << "request " << i;
     EXPECT_EQ(requestData("t5", ""), bodies[5]);
     const std::vector<std::string> events = listener.events();
     ASSERT_GE(events.size(), 2u);
@@ -211,8 +206,7 @@ TEST_F(TransfersPollerTest, BrokenAndErrorAnswersKeepTheTokenAndNotifyNobody)
     EXPECT_EQ(1u, log.count("ERR Transfer poller response contained an error: " + error));
 }
 
-TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer)
-{
+TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer) {
     ASSERT_TRUE(startSim()) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=1500&path=/v4/transfers/activity"));
     LogCapture log;
@@ -229,8 +223,7 @@ TEST_F(TransfersPollerTest, StopDuringRequestDropsTheAnswer)
     EXPECT_EQ(0u, log.countPrefix("ERR "));
 }
 
-TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing)
-{
+TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing) {
     ASSERT_TRUE(startSim()) << _sim.error();
     TransfersPoller poller(kTestIntervalMs);
     const StopAndJoin guard(poller);
@@ -241,8 +234,7 @@ TEST_F(TransfersPollerTest, StopBeforeStartSendsNothing)
     EXPECT_TRUE(activityBodies().empty());
 }
 
-TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder)
-{
+TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder) {
     LogCapture log(2);
     std::vector<std::string> calls;
     struct Named : TransferEventListener {
@@ -284,16 +276,14 @@ TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder)
     EXPECT_TRUE(calls.empty());
 }
 
-TEST_F(TransfersPollerTest, NullListenerStopsTheProcess)
-{
+TEST_F(TransfersPollerTest, NullListenerStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     TransfersPoller poller;
     EXPECT_DEATH(poller.addListener(nullptr), "l != NULL");
     EXPECT_DEATH(poller.removeListener(nullptr), "l != NULL");
 }
 
-TEST_F(TransfersPollerTest, DeletingARunningPollerStopsTheProcess)
-{
+TEST_F(TransfersPollerTest, DeletingARunningPollerStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {

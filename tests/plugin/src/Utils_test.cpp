@@ -1,5 +1,6 @@
 #include "Utils.h"
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -7,8 +8,6 @@
 
 #include <memory>
 #include <stdexcept>
-
-#include <gtest/gtest.h>
 
 #include "ClientTestSupport.h"
 #include "FileSystem.h"
@@ -85,7 +84,8 @@ TEST(UtilsText, ExceptionsAreLoggedAsErrors) {
 
 TEST_F(UtilsTest, NoRequestWithoutAClientUrl) {
     EXPECT_EQ(nullptr, Utils::createHttpRequest(Kestrix::Web::kContentTypeJson));
-    EXPECT_EQ(nullptr, Utils::createHttpRequest("GET", "/v4/kestrix/version", "", Kestrix::Web::kContentTypeXml));
+    EXPECT_EQ(nullptr,
+              Utils::createHttpRequest("GET", "/v4/kestrix/version", "", Kestrix::Web::kContentTypeXml));
 
     writeUrlFile("not a url\nkey\n");
     KestrixApp::resetCache();
@@ -128,14 +128,17 @@ TEST_F(UtilsTest, ExtendedObjectDescribesFilesAndFolders) {
     setModified(file, kNov2nd2015);
     setModified(folder, kNov2nd2015 + 60);
 
-    EXPECT_EQ("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Mon Nov  2 10:00:00 2015\",\"name\":\"" + file +
-                  "\",\"size\":12,\"type\":\"text/plain\"}]}}",
+    EXPECT_EQ("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Mon Nov  2 10:00:00 2015\",\"name\":\"" +
+                  file + "\",\"size\":12,\"type\":\"text/plain\"}]}}",
               Utils::createExtendedObject({file}));
 
-    EXPECT_EQ("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Mon Nov  2 10:00:00 2015\",\"name\":\"" + file +
-                  "\",\"size\":12,\"type\":\"text/plain\"},{\"lastModifiedDate\":\"Mon Nov  2 10:01:00 2015\","
-                  "\"name\":\"" + folder + "\",\"size\":0,\"type\":\"text/directory\"}]}}",
-              Utils::createExtendedObject({file, folder}));
+    EXPECT_EQ(
+        "{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Mon Nov  2 10:00:00 2015\",\"name\":\"" +
+            file +
+            "\",\"size\":12,\"type\":\"text/plain\"},{\"lastModifiedDate\":\"Mon Nov  2 10:01:00 2015\","
+            "\"name\":\"" +
+            folder + "\",\"size\":0,\"type\":\"text/directory\"}]}}",
+        Utils::createExtendedObject({file, folder}));
 
     EXPECT_EQ("{\"dataTransfer\":{\"files\":[]}}", Utils::createExtendedObject({}));
 }
@@ -145,8 +148,8 @@ TEST_F(UtilsTest, ExtendedObjectOfAVanishedFileUsesZeroes) {
     tzset();
     TempDir dir;
     const std::string gone = dir.file("gone.png");
-    EXPECT_EQ("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Thu Jan  1 00:00:00 1970\",\"name\":\"" + gone +
-                  "\",\"size\":0,\"type\":\"image/png\"}]}}",
+    EXPECT_EQ("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"Thu Jan  1 00:00:00 1970\",\"name\":\"" +
+                  gone + "\",\"size\":0,\"type\":\"image/png\"}]}}",
               Utils::createExtendedObject({gone}));
 }
 

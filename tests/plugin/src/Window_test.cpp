@@ -24,13 +24,12 @@ namespace {
 
 class WindowTest : public CorvaneTest::SimClientTest {};
 
-TEST_F(WindowTest, EachWindowIsRequestedWithoutVersionPrefix)
-{
+TEST_F(WindowTest, EachWindowIsRequestedWithoutVersionPrefix) {
     ASSERT_TRUE(startSim()) << _sim.error();
-    std::unique_ptr<Window> windows[] = {std::make_unique<AboutWindow>(), std::make_unique<PreferencesWindow>(),
+    std::unique_ptr<Window> windows[] = {std::make_unique<AboutWindow>(),
+                                         std::make_unique<PreferencesWindow>(),
                                          std::make_unique<TransferManagerWindow>()};
-    for (const auto& window : windows)
-        EXPECT_TRUE(window->show("")) << window->name();
+    for (const auto& window : windows) EXPECT_TRUE(window->show("")) << window->name();
 
     std::vector<std::string> lines;
     for (const RecordedRequest& request : allRequests()) {
@@ -48,8 +47,7 @@ TEST_F(WindowTest, EachWindowIsRequestedWithoutVersionPrefix)
     EXPECT_NE(std::string::npos, state.find("\"transfer-manager\":1")) << state;
 }
 
-TEST_F(WindowTest, NotFoundStillCountsAsShown)
-{
+TEST_F(WindowTest, NotFoundStillCountsAsShown) {
     ASSERT_TRUE(startSim()) << _sim.error();
     AboutWindow about;
 
@@ -59,8 +57,7 @@ TEST_F(WindowTest, NotFoundStillCountsAsShown)
     EXPECT_EQ(std::string::npos, _sim.state().find("\"about\""));
 }
 
-TEST_F(WindowTest, NoClientFailsWithoutRequest)
-{
+TEST_F(WindowTest, NoClientFailsWithoutRequest) {
     LogCapture log;
     PreferencesWindow preferences;
 
@@ -69,8 +66,7 @@ TEST_F(WindowTest, NoClientFailsWithoutRequest)
     EXPECT_EQ(0u, log.countPrefix("ERR Error displaying window"));
 }
 
-TEST_F(WindowTest, NoAnswerFailsWithWindowError)
-{
+TEST_F(WindowTest, NoAnswerFailsWithWindowError) {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/windows/transfer-manager/"})) << _sim.error();
     LogCapture log;
     TransferManagerWindow manager;

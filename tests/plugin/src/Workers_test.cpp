@@ -1,12 +1,10 @@
-#include "RequestWorker.h"
-
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <condition_variable>
+#include <cstdio>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -19,6 +17,7 @@
 #include "HttpResponse.h"
 #include "LogCapture.h"
 #include "Messages.h"
+#include "RequestWorker.h"
 #include "SimClientFixture.h"
 #include "SystemException.h"
 #include "TransfersPoller.h"
@@ -46,8 +45,9 @@ public:
     void called(const std::string& name, HttpResponse* response) {
         std::lock_guard<std::mutex> lock(_mutex);
         // The response only lives during the call: copy what matters.
-        _calls.push_back(name + (response ? " " + std::to_string(response->statusCode()) + " " + response->data()
-                                          : " null"));
+        _calls.push_back(name + (response
+                                     ? " " + std::to_string(response->statusCode()) + " " + response->data()
+                                     : " null"));
         _threads.push_back(std::this_thread::get_id());
         _changed.notify_all();
     }
@@ -102,8 +102,7 @@ public:
     ~RecordingCallback() override { _record.deleted(_name); }
     void handleCallback(void* subject) override {
         _record.called(_name, static_cast<HttpResponse*>(subject));
-        if (_during)
-            _during();
+        if (_during) _during();
     }
 
 private:
@@ -116,10 +115,10 @@ class RequestWorkerTest : public CorvaneTest::SimClientTest {
 protected:
     // A GET of `target` to the simulator, reporting to a callback named `target`.
     HttpRequest* get(const std::string& target, std::function<void()> during = nullptr) {
-        HttpRequest* request = Utils::createHttpRequest(HttpRequest::kGetMethod, target, "", kContentTypeJson);
+        HttpRequest* request =
+            Utils::createHttpRequest(HttpRequest::kGetMethod, target, "", kContentTypeJson);
         EXPECT_NE(nullptr, request);
-        if (request)
-            request->setCallback(new RecordingCallback(_record, target, std::move(during)));
+        if (request) request->setCallback(new RecordingCallback(_record, target, std::move(during)));
         return request;
     }
     // The bodies the simulator answers to unknown targets.
@@ -130,8 +129,7 @@ protected:
     CallRecord _record;
 };
 
-TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder)
-{
+TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder) {
     ASSERT_TRUE(startSim()) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=500&path=/order/1&times=1"));
     RequestWorker worker;
@@ -150,12 +148,10 @@ TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder)
               _record.calls());
     std::vector<std::string> sent;
     for (const auto& request : allRequests()) {
-        if (request.target.compare(0, 7, "/order/") == 0)
-            sent.push_back(request.target);
+        if (request.target.compare(0, 7, "/order/") == 0) sent.push_back(request.target);
     }
     EXPECT_EQ((std::vector<std::string>{"/order/1", "/order/2", "/order/3", "/order/4"}), sent);
-    for (std::thread::id id : _record.threads())
-        EXPECT_NE(std::this_thread::get_id(), id);
+    for (std::thread::id id : _record.threads()) EXPECT_NE(std::this_thread::get_id(), id);
 
     worker.stop();
     worker.join();
@@ -163,8 +159,7 @@ TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder)
     EXPECT_EQ(4u, _record.deleted().size());
 }
 
-TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueue)
-{
+TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueue) {
     ASSERT_TRUE(startSim()) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=800&path=/slow"));
     {
@@ -188,8 +183,7 @@ TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueu
     EXPECT_TRUE(requestsTo("/queued").empty());
 }
 
-TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress)
-{
+TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress) {
     ASSERT_TRUE(startSim()) << _sim.error();
     std::promise<void> entered;
     std::promise<void> release;
@@ -213,8 +207,7 @@ TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress)
     EXPECT_EQ(std::vector<std::string>{notFound("/held")}, _record.calls());
 }
 
-TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
-{
+TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse) {
     LogCapture log;
     RequestWorker worker;
     const StopAndJoin guard(worker);
@@ -233,8 +226,7 @@ TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse)
     EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
 }
 
-TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse)
-{
+TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse) {
     ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/dropped"})) << _sim.error();
     LogCapture log;
     RequestWorker worker;
@@ -249,8 +241,7 @@ TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse)
     EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
 }
 
-TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun)
-{
+TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun) {
     {
         RequestWorker worker;
         for (const char* name : {"/a", "/b"}) {
@@ -264,8 +255,7 @@ TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun)
     EXPECT_EQ((std::vector<std::string>{"/a", "/b"}), _record.deleted());
 }
 
-TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing)
-{
+TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing) {
     LogCapture log(2);
     RequestWorker worker;
     EXPECT_NO_THROW(worker.join());
@@ -274,8 +264,7 @@ TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing)
     EXPECT_TRUE(log.has("DBG Worker::join() - done"));
 }
 
-TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce)
-{
+TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce) {
     LogCapture log(2);
     RequestWorker worker;
     worker.stop();
@@ -354,8 +343,7 @@ TEST_F(RequestWorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
 // left under RLIMIT_NPROC, for a user other than root): start() must report
 // the failure, and stopping, joining and deleting the worker must go through
 // as for one that never started. Exits 0 when all of that holds.
-void startWithoutThreads(Worker* (*make)())
-{
+void startWithoutThreads(Worker* (*make)()) {
     if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
         fprintf(stderr, "cannot leave root\n");
         _exit(3);
@@ -380,8 +368,7 @@ void startWithoutThreads(Worker* (*make)())
     _exit(0);
 }
 
-TEST(WorkerStartFailure, IsReportedAndLeavesTeardownClean)
-{
+TEST(WorkerStartFailure, IsReportedAndLeavesTeardownClean) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     struct Case {
         const char* name;

@@ -20,23 +20,20 @@ namespace {
 std::atomic<FakeBrowser*> currentBrowser{nullptr};
 
 // Every member of NPNetscapeFuncs after size and version, in order.
-#define CORVANE_NPN_ENTRIES(X)                                                                            \
-    X(geturl)                                                                                             \
-    X(posturl) X(requestread) X(newstream) X(write) X(destroystream) X(status) X(uagent) X(memalloc)      \
-        X(memfree) X(memflush) X(reloadplugins) X(getJavaEnv) X(getJavaPeer) X(geturlnotify)              \
-            X(posturlnotify) X(getvalue) X(setvalue) X(invalidaterect) X(invalidateregion) X(forceredraw) \
-                X(getstringidentifier) X(getstringidentifiers) X(getintidentifier) X(identifierisstring)  \
-                    X(utf8fromidentifier) X(intfromidentifier) X(createobject) X(retainobject)            \
-                        X(releaseobject) X(invoke) X(invokeDefault) X(evaluate) X(getproperty)            \
-                            X(setproperty) X(removeproperty) X(hasproperty) X(hasmethod)                  \
-                                X(releasevariantvalue) X(setexception) X(pushpopupsenabledstate)          \
-                                    X(poppopupsenabledstate) X(enumerate) X(pluginthreadasynccall)        \
-                                        X(construct) X(getvalueforurl) X(setvalueforurl)                  \
-                                            X(getauthenticationinfo) X(scheduletimer) X(unscheduletimer)  \
-                                                X(popupcontextmenu) X(convertpoint) X(handleevent)        \
-                                                    X(unfocusinstance) X(urlredirectresponse)             \
-                                                        X(initasyncsurface) X(finalizeasyncsurface)       \
-                                                            X(setcurrentasyncsurface)
+// clang-format off
+#define CORVANE_NPN_ENTRIES(X) \
+    X(geturl) X(posturl) X(requestread) X(newstream) X(write) X(destroystream) X(status) X(uagent) \
+    X(memalloc) X(memfree) X(memflush) X(reloadplugins) X(getJavaEnv) X(getJavaPeer) X(geturlnotify) \
+    X(posturlnotify) X(getvalue) X(setvalue) X(invalidaterect) X(invalidateregion) X(forceredraw) \
+    X(getstringidentifier) X(getstringidentifiers) X(getintidentifier) X(identifierisstring) \
+    X(utf8fromidentifier) X(intfromidentifier) X(createobject) X(retainobject) X(releaseobject) \
+    X(invoke) X(invokeDefault) X(evaluate) X(getproperty) X(setproperty) X(removeproperty) \
+    X(hasproperty) X(hasmethod) X(releasevariantvalue) X(setexception) X(pushpopupsenabledstate) \
+    X(poppopupsenabledstate) X(enumerate) X(pluginthreadasynccall) X(construct) X(getvalueforurl) \
+    X(setvalueforurl) X(getauthenticationinfo) X(scheduletimer) X(unscheduletimer) \
+    X(popupcontextmenu) X(convertpoint) X(handleevent) X(unfocusinstance) X(urlredirectresponse) \
+    X(initasyncsurface) X(finalizeasyncsurface) X(setcurrentasyncsurface)
+// clang-format on
 
 struct EntryInfo {
     const char* name;

@@ -3,11 +3,11 @@
 // xdotool (real key presses through XTEST) while the panel's nested loop
 // runs on this thread. Without a display, corvane-dialog or xdotool the
 // tests skip.
+#include <glib.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <glib.h>
 
 #include <atomic>
 #include <chrono>
@@ -16,8 +16,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "../ClientTestSupport.h"
 #include "LogCapture.h"
@@ -83,20 +81,18 @@ std::string XDisplayEnvironment::_startError;
 // Runs xdotool with `args` (each call bounded by 10 s); its standard output.
 std::string xdotool(const Strings& args, bool* ok = nullptr) {
     std::vector<const char*> argv = {"timeout", "10", "xdotool"};
-    for (const std::string& arg : args)
-        argv.push_back(arg.c_str());
+    for (const std::string& arg : args) argv.push_back(arg.c_str());
     argv.push_back(nullptr);
     gchar* out = nullptr;
     gint status = 0;
-    const gboolean ran = g_spawn_sync(nullptr, const_cast<gchar**>(argv.data()), nullptr,
-                                      static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL),
-                                      nullptr, nullptr, &out, nullptr, &status, nullptr);
+    const gboolean ran =
+        g_spawn_sync(nullptr, const_cast<gchar**>(argv.data()), nullptr,
+                     static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL), nullptr,
+                     nullptr, &out, nullptr, &status, nullptr);
     std::string text = out ? out : "";
     g_free(out);
-    if (ok)
-        *ok = ran && g_spawn_check_wait_status(status, nullptr);
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
-        text.pop_back();
+    if (ok) *ok = ran && g_spawn_check_wait_status(status, nullptr);
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
     return text;
 }
 
@@ -136,7 +132,9 @@ void keys(const Strings& names) {
     xdotool(args);
 }
 
-void type(const std::string& text) { xdotool({"type", "--delay", "15", text}); }
+void type(const std::string& text) {
+    xdotool({"type", "--delay", "15", text});
+}
 
 // Presses Return until the panel `title` has gone: the first press may
 // only take the location entry's completion.
@@ -144,8 +142,7 @@ bool acceptWithReturn(const std::string& title) {
     for (int attempt = 0; attempt < 5; ++attempt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
         keys({"Return"});
-        if (waitForNoWindow(title, 1500))
-            return true;
+        if (waitForNoWindow(title, 1500)) return true;
     }
     return false;
 }
@@ -163,8 +160,7 @@ public:
 
 private:
     void join() {
-        if (_thread.joinable())
-            _thread.join();
+        if (_thread.joinable()) _thread.join();
     }
     std::atomic<bool> _succeeded{false};
     std::thread _thread;
@@ -182,8 +178,7 @@ protected:
         gchar* tool = g_find_program_in_path("xdotool");
         const bool haveXdotool = tool != nullptr;
         g_free(tool);
-        if (!haveXdotool)
-            GTEST_SKIP() << "xdotool is not installed";
+        if (!haveXdotool) GTEST_SKIP() << "xdotool is not installed";
         _env.set("CORVANE_DIALOG_PROGRAM", CORVANE_DIALOG_PATH);
 #endif
         _env.privateHome(_home.path());
@@ -199,7 +194,9 @@ protected:
         _beta = _files.write("files/beta.txt", "beta!\n");
         _folder = _files.path() + "/files";
     }
-    void TearDown() override { LinuxPanelProcess::setSecondLengthForTesting(1000); }
+    void TearDown() override {
+        LinuxPanelProcess::setSecondLengthForTesting(1000);
+    }
 
     // A title no other window has.
     std::string title(const std::string& what) const {
@@ -221,8 +218,7 @@ TEST_F(DialogsOnDisplay, ChoosingAFileByTypingItsPath) {
     dialog.init("chrome");
     User user([&] {
         const std::string window = waitForWindow(t);
-        if (window.empty() || !focus(window))
-            return false;
+        if (window.empty() || !focus(window)) return false;
         keys({"ctrl+l"});
         type(_alpha);
         return acceptWithReturn(t);
@@ -241,8 +237,7 @@ TEST_F(DialogsOnDisplay, ChoosingTwoFilesInTheExtendedForm) {
     dialog.init("chrome");
     User user([&] {
         const std::string window = waitForWindow(t);
-        if (window.empty() || !focus(window))
-            return false;
+        if (window.empty() || !focus(window)) return false;
         // Into the folder, where the first file is selected; add the next.
         keys({"ctrl+l"});
         type(_folder + "/");
@@ -259,7 +254,8 @@ TEST_F(DialogsOnDisplay, ChoosingTwoFilesInTheExtendedForm) {
     EXPECT_EQ(0u, text.find("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"")) << text;
     EXPECT_NE(std::string::npos, text.find("\"name\":\"" + _alpha + "\",\"size\":6,\"type\":\"text/plain\"}"))
         << text;
-    EXPECT_NE(std::string::npos, text.find("\"name\":\"" + _beta + "\",\"size\":6,\"type\":\"text/plain\"}]}}"))
+    EXPECT_NE(std::string::npos,
+              text.find("\"name\":\"" + _beta + "\",\"size\":6,\"type\":\"text/plain\"}]}}"))
         << text;
 }
 
@@ -270,8 +266,7 @@ TEST_F(DialogsOnDisplay, ChoosingAFolder) {
     dialog.init("chrome");
     User user([&] {
         const std::string window = waitForWindow(t);
-        if (window.empty() || !focus(window))
-            return false;
+        if (window.empty() || !focus(window)) return false;
         keys({"ctrl+l"});
         type(_folder);
         return acceptWithReturn(t);
@@ -279,8 +274,8 @@ TEST_F(DialogsOnDisplay, ChoosingAFolder) {
     EXPECT_EQ((Strings{_folder}), dialog.show());
     EXPECT_TRUE(user.succeeded());
     EXPECT_EQ(2u, dialog.result());
-    EXPECT_NE(std::string::npos,
-              dialog.resultStr().find("\"name\":\"" + _folder + "\",\"size\":0,\"type\":\"text/directory\"}]}}"))
+    EXPECT_NE(std::string::npos, dialog.resultStr().find("\"name\":\"" + _folder +
+                                                         "\",\"size\":0,\"type\":\"text/directory\"}]}}"))
         << dialog.resultStr();
 }
 
@@ -292,8 +287,7 @@ TEST_F(DialogsOnDisplay, SavingUnderATypedNameAddsTheAllowedExtension) {
     dialog.init("chrome");
     User user([&] {
         const std::string window = waitForWindow(t);
-        if (window.empty() || !focus(window))
-            return false;
+        if (window.empty() || !focus(window)) return false;
         keys({"ctrl+a"});
         type(_folder + "/exported");
         return acceptWithReturn(t);
@@ -337,8 +331,7 @@ TEST_F(DialogsOnDisplay, CancelGivesAnEmptyListOrNull) {
     PanelWatchdog watchdog(kWatchdogMs);
     auto cancel = [](const std::string& t) {
         const std::string window = waitForWindow(t);
-        if (window.empty() || !focus(window))
-            return false;
+        if (window.empty() || !focus(window)) return false;
         keys({"Escape"});
         return waitForNoWindow(t);
     };
@@ -381,8 +374,7 @@ TEST_F(DialogsOnDisplay, DoCloseFromTheMainLoopAbortsThePanel) {
     PanelWatchdog watchdog(kWatchdogMs);
     LinuxOpenFileDialogImpl panel(t, false, false, "", false, "firefox");
     MainLoopPoller closer(200, [&] {
-        if (findWindow(t).empty())
-            return false;
+        if (findWindow(t).empty()) return false;
         panel.doClose();
         return true;
     });
@@ -422,8 +414,7 @@ TEST_F(DialogsOnDisplay, TheGuardClosesThePanelAndAlerts) {
     EXPECT_TRUE(focus(alert));
     keys({"Return"});
     const bool dismissed = waitForNoWindow(alertTitle);
-    if (!dismissed && !alertPid.empty())
-        kill(static_cast<pid_t>(std::stoi(alertPid)), SIGKILL);
+    if (!dismissed && !alertPid.empty()) kill(static_cast<pid_t>(std::stoi(alertPid)), SIGKILL);
     EXPECT_TRUE(dismissed);
 }
 
@@ -435,8 +426,7 @@ TEST_F(DialogsOnDisplay, AShowingPanelIsOpenForUtilsAndClosedThroughThem) {
     dialog.init("firefox");
     bool anyOpen = false, thisOpen = false;
     MainLoopPoller closer(200, [&] {
-        if (findWindow(t).empty())
-            return false;
+        if (findWindow(t).empty()) return false;
         anyOpen = Utils::isSaveDialogOpen(nullptr);
         thisOpen = Utils::isSaveDialogOpen(dialog.getSystemDialog());
         Utils::closeSaveDialog(nullptr);
@@ -460,8 +450,7 @@ TEST_F(DialogsOnDisplay, StopClosesAShowingPanel) {
     OpenFileDialog dialog(nullptr, t, false, false, "", false);
     dialog.init("firefox");
     MainLoopPoller stopper(200, [&] {
-        if (findWindow(t).empty())
-            return false;
+        if (findWindow(t).empty()) return false;
         dialog.stop();
         return true;
     });

@@ -1,10 +1,10 @@
 // What the Linux panels ask corvane-dialog for: the allowed types worked out
 // from the page's filter and the suggested name.
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "FileType.h"
 #include "PlatformUtils.h"
@@ -48,13 +48,15 @@ TEST(CreateFileTypes, AnyFileIsLeftOut) {
 TEST(CreateFileTypes, AnUpperCaseExtensionIsNotFoundByItsTwin) {
     // Only the page's own extensions are looked up, so an upper-case one
     // comes twice and a later lower-case one still gets in.
-    EXPECT_EQ((Strings{"JPG", "JPG", "jpg", "JPG"}), PlatformUtils::createFileTypes({FileType("x", {"JPG", "jpg"})}));
+    EXPECT_EQ((Strings{"JPG", "JPG", "jpg", "JPG"}),
+              PlatformUtils::createFileTypes({FileType("x", {"JPG", "jpg"})}));
 }
 
 TEST(OpenPanelArguments, ModeTitleMultipleTypesAndParent) {
-    EXPECT_EQ((Strings{"--mode", "open"}), LinuxOpenFileDialogImpl("", false, false, "", false, "").panelArguments());
-    EXPECT_EQ((Strings{"--mode", "open", "--title=Pick -x", "--multiple", "--ext=jpg", "--ext=JPG", "--ext=png",
-                       "--ext=PNG", "--parent=4194311"}),
+    EXPECT_EQ((Strings{"--mode", "open"}),
+              LinuxOpenFileDialogImpl("", false, false, "", false, "").panelArguments());
+    EXPECT_EQ((Strings{"--mode", "open", "--title=Pick -x", "--multiple", "--ext=jpg", "--ext=JPG",
+                       "--ext=png", "--ext=PNG", "--parent=4194311"}),
               LinuxOpenFileDialogImpl("Pick -x", true, true, kImagesAndAll, false, "safari", 4194311)
                   .panelArguments())
         << "the \"*\" entry is dropped; allowing folders still chooses files";
@@ -65,17 +67,20 @@ TEST(OpenPanelArguments, ModeTitleMultipleTypesAndParent) {
 }
 
 TEST(OpenPanelArguments, AnyFileAloneGivesNoFilter) {
-    EXPECT_EQ((Strings{"--mode", "open"}),
-              LinuxOpenFileDialogImpl("", false, false, R"([{"filter_name":"All","extensions":["*"]}])", false, "")
-                  .panelArguments());
+    EXPECT_EQ(
+        (Strings{"--mode", "open"}),
+        LinuxOpenFileDialogImpl("", false, false, R"([{"filter_name":"All","extensions":["*"]}])", false, "")
+            .panelArguments());
 }
 
 TEST(OpenPanelArguments, ABadFilterThrows) {
-    EXPECT_THROW(LinuxOpenFileDialogImpl("", false, false, "{}", false, "").panelArguments(), std::runtime_error);
+    EXPECT_THROW(LinuxOpenFileDialogImpl("", false, false, "{}", false, "").panelArguments(),
+                 std::runtime_error);
 }
 
 TEST(SavePanelArguments, WithoutAFilterTheNameAllowsItsExtensionAndOtherTypes) {
-    EXPECT_EQ((Strings{"--mode", "save", "--name=x.csv", "--ext=csv", "--allow-other"}), saveArguments("x.csv", ""))
+    EXPECT_EQ((Strings{"--mode", "save", "--name=x.csv", "--ext=csv", "--allow-other"}),
+              saveArguments("x.csv", ""))
         << "the extension alone, no upper-case twin";
     EXPECT_EQ((Strings{"--mode", "save", "--name=notes.markdown", "--allow-other"}),
               saveArguments("notes.markdown", ""));
@@ -87,12 +92,14 @@ TEST(SavePanelArguments, TheNamesExtensionJoinsTheFilter) {
     EXPECT_EQ((Strings{"--mode", "save", "--name=report.final.pdf", "--ext=jpg", "--ext=JPG", "--ext=png",
                        "--ext=PNG", "--ext=pdf", "--ext=PDF", "--allow-other"}),
               saveArguments("report.final.pdf", kImagesAndAll));
-    EXPECT_EQ((Strings{"--mode", "save", "--name=archive.tar.gz", "--ext=txt", "--ext=TXT", "--ext=gz", "--ext=GZ"}),
+    EXPECT_EQ((Strings{"--mode", "save", "--name=archive.tar.gz", "--ext=txt", "--ext=TXT", "--ext=gz",
+                       "--ext=GZ"}),
               saveArguments("archive.tar.gz", R"([{"filter_name":"Text","extensions":["txt"]}])"))
         << "no \"*\" in the filter: only the listed types";
     EXPECT_EQ((Strings{"--mode", "save", "--name=a.b et al", "--ext=txt", "--ext=TXT"}),
               saveArguments("a.b et al", R"([{"filter_name":"Text","extensions":["txt"]}])"));
-    EXPECT_EQ((Strings{"--mode", "save", "--name=x.csv", "--ext=csv", "--ext=CSV"}), saveArguments("x.csv", "[]"));
+    EXPECT_EQ((Strings{"--mode", "save", "--name=x.csv", "--ext=csv", "--ext=CSV"}),
+              saveArguments("x.csv", "[]"));
 }
 
 TEST(SavePanelArguments, AnyFileAloneLeavesThePanelAsItIs) {
@@ -104,7 +111,8 @@ TEST(SavePanelArguments, AnyFileAloneLeavesThePanelAsItIs) {
 }
 
 TEST(SavePanelArguments, TitleAndParent) {
-    EXPECT_EQ((Strings{"--mode", "save", "--title=Export", "--name=a.txt", "--ext=txt", "--allow-other", "--parent=77"}),
+    EXPECT_EQ((Strings{"--mode", "save", "--title=Export", "--name=a.txt", "--ext=txt", "--allow-other",
+                       "--parent=77"}),
               LinuxSaveFileDialogImpl("Export", "a.txt", "", "chrome", 77).panelArguments());
     EXPECT_THROW(saveArguments("x.csv", R"([{"filter_name":"a","extensions":[1]}])"), std::runtime_error);
 }

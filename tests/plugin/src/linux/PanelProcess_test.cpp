@@ -3,11 +3,11 @@
 // answer, exit statuses, failures, the time-out guard and its alert, and the
 // dialog objects' stop/run and error paths. No display is needed; the real
 // program is exercised in DialogsOnDisplay_test.
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "../ClientTestSupport.h"
 #include "Json.h"
@@ -48,8 +48,10 @@ protected:
     void useProgram(const std::string& body) {
         const std::string script = writeScript(
             _dir, "corvane-dialog",
-            "RECORD='" + _record + "'\n"
-            "if [ \"$1\" = --alert ]; then printf '%s\\n' \"$@\" > \"$RECORD.alert\"; exit 0; fi\n" + body);
+            "RECORD='" + _record +
+                "'\n"
+                "if [ \"$1\" = --alert ]; then printf '%s\\n' \"$@\" > \"$RECORD.alert\"; exit 0; fi\n" +
+                body);
         _env.set("CORVANE_DIALOG_PROGRAM", script);
     }
     std::string recorded() const { return readFile(_record); }
@@ -116,14 +118,16 @@ TEST_F(PanelProcessTest, AProgramThatCannotStartIsLoggedAndAborts) {
     LinuxSaveFileDialogImpl panel("", "", "", "firefox");
     EXPECT_TRUE(panel.doShow().empty());
     EXPECT_EQ(0, panel.state());
-    const Strings errors = log.withPrefix("ERR Unable to start the dialog program " + _dir.file("missing/corvane-dialog") + ": ");
+    const Strings errors = log.withPrefix("ERR Unable to start the dialog program " +
+                                          _dir.file("missing/corvane-dialog") + ": ");
     EXPECT_EQ(1u, errors.size());
     EXPECT_EQ(1u, log.countPrefix("ERR "));
 }
 
 TEST_F(PanelProcessTest, ABadFilterThrowsBeforeAnythingStarts) {
     useProgram("echo started > \"$RECORD\"\nexit 1\n");
-    LinuxOpenFileDialogImpl open("", false, false, R"([{"filter_name":"a","extensions":[]}])", false, "firefox");
+    LinuxOpenFileDialogImpl open("", false, false, R"([{"filter_name":"a","extensions":[]}])", false,
+                                 "firefox");
     LinuxSaveFileDialogImpl save("", "a.txt", "{}", "firefox");
     for (IDialogImpl* panel : {static_cast<IDialogImpl*>(&open), static_cast<IDialogImpl*>(&save)}) {
         try {
@@ -148,9 +152,10 @@ TEST_F(PanelProcessTest, TheGuardClosesThePanelAndStartsTheAlert) {
         EXPECT_TRUE(open.doShow().empty());
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
         EXPECT_EQ(0, open.state());
-        EXPECT_EQ((Strings{"DBG LinuxOpenFileDialogImpl::doShow()", "DBG LinuxOpenFileDialogImpl::doOnTimeout()",
-                           "DBG LinuxOpenFileDialogImpl::doClose()", "LOG Closing open dialog"}),
-                  log.all());
+        EXPECT_EQ(
+            (Strings{"DBG LinuxOpenFileDialogImpl::doShow()", "DBG LinuxOpenFileDialogImpl::doOnTimeout()",
+                     "DBG LinuxOpenFileDialogImpl::doClose()", "LOG Closing open dialog"}),
+            log.all());
         EXPECT_TRUE(CorvaneTest::waitFor([&] { return !alertRecorded().empty(); }));
         EXPECT_EQ("--alert\nTimed out waiting for file selection\n", alertRecorded());
         std::remove((_record + ".alert").c_str());
@@ -217,8 +222,8 @@ TEST_F(PanelProcessTest, ResultFormsOfTheThreeDialogs) {
     extended.show();
     const std::string text = extended.resultStr();
     EXPECT_EQ(0u, text.find("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"")) << text;
-    EXPECT_NE(std::string::npos,
-              text.find("\"name\":\"" + _dir.path() + "/files/a\\\\b.txt\",\"size\":5,\"type\":\"text/plain\"}"))
+    EXPECT_NE(std::string::npos, text.find("\"name\":\"" + _dir.path() +
+                                           "/files/a\\\\b.txt\",\"size\":5,\"type\":\"text/plain\"}"))
         << text;
     EXPECT_NE(std::string::npos,
               text.find("\"name\":\"" + _dir.path() + "/files\",\"size\":0,\"type\":\"text/directory\"}]}}"))

@@ -31,8 +31,7 @@ public:
         _source = g_timeout_add(ms, &MainLoopTimer::fire, this);
     }
     ~MainLoopTimer() {
-        if (_source)
-            g_source_remove(_source);
+        if (_source) g_source_remove(_source);
     }
     MainLoopTimer(const MainLoopTimer&) = delete;
     MainLoopTimer& operator=(const MainLoopTimer&) = delete;
@@ -56,8 +55,7 @@ public:
         _source = g_timeout_add(intervalMs, &MainLoopPoller::tick, this);
     }
     ~MainLoopPoller() {
-        if (_source)
-            g_source_remove(_source);
+        if (_source) g_source_remove(_source);
     }
     MainLoopPoller(const MainLoopPoller&) = delete;
     MainLoopPoller& operator=(const MainLoopPoller&) = delete;
@@ -66,8 +64,7 @@ public:
 private:
     static gboolean tick(gpointer self) {
         auto* poller = static_cast<MainLoopPoller*>(self);
-        if (!poller->_poll())
-            return G_SOURCE_CONTINUE;
+        if (!poller->_poll()) return G_SOURCE_CONTINUE;
         poller->_source = 0;
         return G_SOURCE_REMOVE;
     }

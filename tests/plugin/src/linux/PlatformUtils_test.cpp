@@ -1,5 +1,6 @@
 #include "PlatformUtils.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,16 +11,14 @@
 #include <fstream>
 #include <string>
 
-#include <gtest/gtest.h>
-
 #include "../ClientTestSupport.h"
-#include "linux/LinuxPanelList.h"
+#include "KestrixApp.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
-#include "KestrixApp.h"
 #include "Utils.h"
 #include "cv_log.h"
 #include "cv_process.h"
+#include "linux/LinuxPanelList.h"
 
 extern char** environ;
 
@@ -37,8 +36,7 @@ pid_t startNamedSleeper(const TempDir& dir, const std::string& name) {
     std::filesystem::copy_file("/bin/sleep", program, std::filesystem::copy_options::overwrite_existing);
     char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>("30"), nullptr};
     pid_t pid = -1;
-    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ) != 0)
-        return -1;
+    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ) != 0) return -1;
     CorvaneTest::waitFor([&] { return CorvaneTest::processName(pid) == name; });
     return pid;
 }
@@ -130,8 +128,8 @@ TEST(PlatformLaunch, CommandReturnsAtOnceAndTheProgramLivesOn) {
     TempDir dir;
     const std::string folder = dir.mkdir("Corvane Apps");
     const std::string marker = dir.file("started");
-    const std::string program = dir.write("Corvane Apps/corvanekestrix",
-                                          "#!/bin/sh\nsleep 0.5\necho \"$0\" > '" + marker + "'\n");
+    const std::string program =
+        dir.write("Corvane Apps/corvanekestrix", "#!/bin/sh\nsleep 0.5\necho \"$0\" > '" + marker + "'\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     ClientProcessGuard guard;
 
@@ -159,7 +157,8 @@ TEST(PlatformLaunch, SearchFoldersAndFileName) {
     EXPECT_EQ((std::vector<std::string>{home.path() + "/.local/bin", "/opt/corvane/kestrix/bin"}),
               PlatformUtils::applicationSearchFolders(""));
     env.unset("HOME");
-    EXPECT_EQ((std::vector<std::string>{"/opt/corvane/kestrix/bin"}), PlatformUtils::applicationSearchFolders(""));
+    EXPECT_EQ((std::vector<std::string>{"/opt/corvane/kestrix/bin"}),
+              PlatformUtils::applicationSearchFolders(""));
 }
 
 TEST(PlatformPanels, ShowingPanelsAreSeenAndClosed) {
