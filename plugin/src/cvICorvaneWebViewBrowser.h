@@ -25,6 +25,18 @@ public:
     // Memory of the browser's; null when it has none left.
     virtual void* memAlloc(uint32_t size) = 0;
     virtual void memFree(void* block) = 0;
+
+    // Asks for the plug-in's window to be painted again. The rectangle's
+    // bottom and right are the window's height and width, not its far
+    // edges: pages have always been repainted with exactly this one.
+    void invalidateWindow(const NPWindow& window) {
+        NPRect rect;
+        rect.top = static_cast<uint16_t>(window.y);
+        rect.left = static_cast<uint16_t>(window.x);
+        rect.bottom = static_cast<uint16_t>(window.height);
+        rect.right = static_cast<uint16_t>(window.width);
+        invalidateRect(&rect);
+    }
 };
 
 }  // namespace Web

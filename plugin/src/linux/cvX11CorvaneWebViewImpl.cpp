@@ -138,16 +138,8 @@ void cvX11CorvaneWebViewImpl::handleMouseEvent() {
 
 void cvX11CorvaneWebViewImpl::handleKeyboardEvent() {}
 
-// The rectangle's bottom and right are the window's height and width, not
-// its far edges: pages have always been repainted with exactly this one.
 void cvX11CorvaneWebViewImpl::invalidate() {
-    if (!_window || !_browser) return;
-    NPRect rect;
-    rect.top = static_cast<uint16_t>(_window->y);
-    rect.left = static_cast<uint16_t>(_window->x);
-    rect.bottom = static_cast<uint16_t>(_window->height);
-    rect.right = static_cast<uint16_t>(_window->width);
-    _browser->invalidateRect(&rect);
+    if (_window && _browser) _browser->invalidateWindow(*_window);
 }
 
 // The host paints the whole exposed area into its pixmap each time and

@@ -102,16 +102,8 @@ void cvMacCorvaneWebViewImpl::handleMouseEvent() {
     invalidate();
 }
 
-// The rectangle's bottom and right are the window's size, not its far
-// edges, as browsers have always been sent.
 void cvMacCorvaneWebViewImpl::invalidate() {
-    if (!_window || !_browser) return;
-    NPRect rect;
-    rect.top = static_cast<uint16_t>(_window->y);
-    rect.left = static_cast<uint16_t>(_window->x);
-    rect.bottom = static_cast<uint16_t>(_window->height);
-    rect.right = static_cast<uint16_t>(_window->width);
-    _browser->invalidateRect(&rect);
+    if (_window && _browser) _browser->invalidateWindow(*_window);
 }
 
 void cvMacCorvaneWebViewImpl::paint(const NPCocoaEvent& event) {
