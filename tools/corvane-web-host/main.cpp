@@ -150,6 +150,8 @@ int main(int argc, char** argv) {
     g_main_loop_unref(host.loop);
     cv_log("Host: done");
     RunnableScheduler::cleanup();
-    Utils::logCleanup();
+    // The log stays open to the end: a worker that finished its loop is
+    // never joined, and it may still be writing its last line as we get
+    // here. Closing the file under it would race; the exit closes it.
     return 0;
 }
