@@ -33,6 +33,8 @@ test-asan: build-asan/build.ninja
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir build-asan $(CTEST_FLAGS)
 
+# The end-to-end pages run under test-asan only: the browser's threads live
+# in Qt and QtWebKit, which ThreadSanitizer cannot see synchronise.
 build-tsan/build.ninja:
 	cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
 	  -DCORVANE_SANITIZE=thread -DCORVANE_BENCH=OFF $(CMAKE_FLAGS)

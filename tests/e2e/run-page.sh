@@ -71,6 +71,10 @@ if [ -n "$driver" ]; then
   wrapper=("$(dirname "$0")/with-driver.sh" --driver "$driver"
            --log "$out/driver.txt" --status "$out/driver-status" --)
 fi
+# In sanitized builds every one of our processes writes its reports to
+# san.<pid> here, and a leak does not end it: the leaks are judged below.
+export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=0:log_path=$out/san"
+export LSAN_OPTIONS="${LSAN_OPTIONS:+$LSAN_OPTIONS:}suppressions=$(cd "$(dirname "$0")" && pwd)/lsan.supp"
 E2E_CONSOLE="$out/console.txt" "$runner" --home "$home" "${runner_args[@]}" -- "${wrapper[@]}" \
   "$browser" --screenshot "$out/screenshot.png" --timeout-ms "$timeout_ms" "$target" > "$out/console.txt"
 status=$?
@@ -111,6 +115,22 @@ if [ ${#check[@]} -gt 0 ]; then
     failed=1
   fi
 fi
+# Any error counts, and any leak with a frame of ours above the allocator.
+# A leak whose whole stack lies in system libraries is QtWebKit's, cairo's,
+# fontconfig's or D-Bus's own, left at exit; one the plug-in caused always
+# has the plug-in's frame, as the browser calls it.
+for report in "$out"/san.*; do
+  [ -e "$report" ] || continue
+  if awk -v RS= '/ERROR: AddressSanitizer|runtime error:/ { bad = 1 }
+      /leak of/ { n = split($0, frame, "\n")
+        for (i = 2; i <= n; i++)
+          if (frame[i] ~ /#[1-9][0-9]* / && frame[i] !~ /\((\/usr)?\/lib\/|\(<unknown module>\)/) bad = 1 }
+      END { exit !bad }' "$report"; then
+    echo "run-page: a sanitizer reported ($report):" >&2
+    sed 's/^/  | /' "$report" >&2
+    failed=1
+  fi
+done
 if [ "$failed" = 1 ]; then
   echo "run-page: everything the page printed:" >&2
   sed 's/^/  | /' "$out/console.txt" >&2
