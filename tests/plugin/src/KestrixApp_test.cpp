@@ -12,12 +12,13 @@
 #include "FileSystem.h"
 #include "HttpRequest.h"
 #include "KestrixSim.h"
+#include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "Utils.h"
 
 using CorvaneTest::KestrixSim;
-using CorvaneTest::LogFileCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::ScopedEnv;
 using CorvaneTest::TempDir;
 using Kestrix::Web::FileSystem;
@@ -54,7 +55,7 @@ protected:
 }  // namespace
 
 TEST_F(KestrixAppTest, UrlKeyAndPidComeFromTheClientFiles) {
-    LogFileCapture log;
+    LogCapture log(3);
     KestrixSim sim;
     ASSERT_TRUE(startSim(sim)) << sim.error();
 
@@ -66,11 +67,8 @@ TEST_F(KestrixAppTest, UrlKeyAndPidComeFromTheClientFiles) {
     EXPECT_TRUE(KestrixApp::isRunning());
 
     EXPECT_TRUE(log.has("DBG Reading Corvane Kestrix URL from " + urlFile())) << log.text();
-    EXPECT_NE(std::string::npos,
-              log.text().find("DBG Read Corvane Kestrix URL: " + sim.url() + "\n" + sim.key() + "\n"))
-        << "the whole file is the URL's text";
     EXPECT_TRUE(log.has("DBG Reading Corvane Kestrix UUID from " + urlFile()));
-    EXPECT_TRUE(log.has("DBG Kestrix UUID: " + sim.key()));
+    EXPECT_TRUE(log.has("DBG Kestrix UUID: " + sim.key() + "\n")) << log.text();
 }
 
 TEST_F(KestrixAppTest, UrlIsCachedUntilARequestFails) {
@@ -84,7 +82,7 @@ TEST_F(KestrixAppTest, UrlIsCachedUntilARequestFails) {
 }
 
 TEST_F(KestrixAppTest, KeyFileVariants) {
-    LogFileCapture log;
+    LogCapture log(3);
     EXPECT_EQ("", KestrixApp::kestrixUUID());
     EXPECT_TRUE(log.has("DBG Failed to read Corvane UUID from " + urlFile())) << log.text();
     EXPECT_EQ("", KestrixApp::url().url);
@@ -108,7 +106,7 @@ TEST_F(KestrixAppTest, IsRunningFindsARestartedClientOnItsNewPortInOneCall) {
     ASSERT_TRUE(startSim(second)) << second.error();
     ASSERT_NE(first.port(), second.port());
 
-    LogFileCapture log;
+    LogCapture log(3);
     EXPECT_TRUE(KestrixApp::isRunning());
     EXPECT_EQ(second.port(), KestrixApp::url().port(0));
     EXPECT_EQ(1u, log.count("DBG Reading Corvane Kestrix URL from " + urlFile())) << log.text();
@@ -121,7 +119,7 @@ TEST_F(KestrixAppTest, StaleUrlFileEndsIsRunningWithoutLooping) {
     ASSERT_EQ(sim.port(), KestrixApp::url().port(0));
     sim.stop();
 
-    LogFileCapture log;
+    LogCapture log(3);
     EXPECT_FALSE(KestrixApp::isRunning());
     EXPECT_EQ(1u, log.count("DBG Reading Corvane Kestrix URL from " + urlFile()))
         << "one re-read, then the unchanged port ends it\n"

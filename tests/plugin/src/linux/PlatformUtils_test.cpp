@@ -23,7 +23,6 @@
 extern char** environ;
 
 using CorvaneTest::ClientProcessGuard;
-using CorvaneTest::LogFileCapture;
 using CorvaneTest::ScopedEnv;
 using CorvaneTest::TempDir;
 using namespace Kestrix::Web;
