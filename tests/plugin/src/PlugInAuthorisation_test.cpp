@@ -1,5 +1,6 @@
-// Which transfer bodies and destinations a page may send: the approved file
-// list, the chosen download folder and the body validator.
+// The plug-in's rules for what a page may send: the approved file list, the
+// chosen download folder, the body validator and the request line; and the
+// browser family read from the user agent.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -205,6 +206,24 @@ TEST(RequestLine, MethodsAreTokensAndPathsHoldNoSpaceOrControlByte) {
     for (const Case& c : cases) {
         EXPECT_EQ(c.method, PlugIn::isRequestMethodValid(c.text)) << c.text;
         EXPECT_EQ(c.path, PlugIn::isRequestPathValid(c.text)) << c.text;
+    }
+}
+
+// The first of "firefox", "chrome", "safari" found in the lower-cased user
+// agent names the family, in that order; otherwise the whole lower-cased text.
+TEST(HostBrowser, FamilyFromTheUserAgent) {
+    const struct {
+        const char *userAgent, *family;
+    } rows[] = {
+        {"Mozilla/5.0 (X11) AppleWebKit/537.36 Chrome/90.0 Safari/537.36", "chrome"},
+        {"Mozilla/5.0 (X11; rv:109.0) Gecko/20100101 Firefox/115.0 Chrome Safari", "firefox"},
+        {"Mozilla/5.0 (X11) AppleWebKit/602.1 (KHTML, like Gecko) Version/10.0 Safari/602.1", "safari"},
+        {"Some Odd Browser/1.0", "some odd browser/1.0"},
+    };
+    PlugIn plugin;
+    for (const auto& row : rows) {
+        plugin.setHostBrowser(row.userAgent);
+        EXPECT_EQ(row.family, plugin.hostBrowser()) << row.userAgent;
     }
 }
 
