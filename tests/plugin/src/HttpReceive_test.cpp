@@ -1,7 +1,8 @@
-// How HttpRequest::invoke reads an answer that arrives in awkward pieces:
-// markers split across receive chunks, NUL bytes, odd Content-Length
-// values. A scripted server on loopback sends exact bytes with pauses in
-// between, so the chunk boundaries are under the test's control.
+// HttpRequest::invoke: the exact bytes it sends the local client, and how it
+// reads an answer that arrives in awkward pieces (markers split across
+// receive chunks, NUL bytes, odd Content-Length values). A scripted server
+// on loopback sends exact bytes with pauses in between, so the chunk
+// boundaries are under the test's control.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -21,6 +22,7 @@
 #include "HttpRequest.h"
 #include "HttpResponse.h"
 #include "KestrixApp.h"
+#include "KestrixSim.h"
 #include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TcpSocket.h"
@@ -221,4 +223,33 @@ TEST_F(HttpReceive, AnswersInPieces) {
             EXPECT_LT(ms, 1500) << row.name;
         }
     }
+}
+
+// Headers go in plain byte order of their names (upper case first, equal
+// names as added), after the key from the client's file with its newline.
+TEST_F(HttpReceive, RequestBytesAsTheClientReceivesThem) {
+    CorvaneTest::KestrixSim sim;
+    CorvaneTest::KestrixSim::Options options;
+    options.home = _home.path();
+    ASSERT_TRUE(sim.start(options)) << sim.error();
+    HttpRequest request("127.0.0.1", sim.port());
+    request.method = HttpRequest::kPostMethod;
+    request.path = "/v4/transfers/activity";
+    request.addHeader("X-Dup", "first");
+    request.addHeader("accept-language", "en");
+    request.addHeader("Content-Type", "application/vnd.corvane.xferreq+json");
+    request.addHeader("X-Dup", "second");
+    request.addHeader("Accept", "*/*");
+    request.appendData("{\"iteration_token\":");
+    request.appendData("\"\"}");
+    std::unique_ptr<HttpResponse> response(request.invoke());
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->statusCode(), 200);
+    const std::vector<std::string> recorded = sim.recordedRequests();
+    ASSERT_EQ(recorded.size(), 1u);
+    EXPECT_EQ(recorded[0],
+              "POST /v4/transfers/activity HTTP/1.1\r\nAccept: */*\r\nAuthorization-key: " + sim.key() +
+                  "\n\r\nConnection: close\r\nContent-Length: 22\r\n"
+                  "Content-Type: application/vnd.corvane.xferreq+json\r\nUser-Agent: Corvane Kestrix\r\n"
+                  "X-Dup: first\r\nX-Dup: second\r\naccept-language: en\r\n\r\n{\"iteration_token\":\"\"}");
 }
