@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <regex>
 #include <set>
@@ -187,54 +188,62 @@ TEST_F(LogTest, LineCarriesTimePidThreadAndLabel) {
     }
 }
 
-TEST_F(LogTest, RepeatsCollapseIntoCountBeforeNextMessage) {
-    initLog();
-    cv_log("same");
-    cv_log("same");
-    cv_log("same");
-    cv_log("other");
-    auto lines = logLines();
-    ASSERT_EQ(3u, lines.size());
-    ParsedLine p;
-    ASSERT_TRUE(parse(lines[0], &p));
-    EXPECT_EQ("same", p.message);
-    // The count has no timestamp of its own: it sits on a line of its own
-    // directly before the next message's timestamp.
-    EXPECT_EQ("Last message repeated 2 times", lines[1]);
-    ASSERT_TRUE(parse(lines[2], &p));
-    EXPECT_EQ("other", p.message);
-
-    // A count of one, and a run that is still pending shows nothing yet.
-    cv_log("other");
-    cv_log("third");
-    cv_log("third");
-    EXPECT_EQ((std::vector<std::string>{"LOG same", "UNPARSED: Last message repeated 2 times", "LOG other",
-                                        "UNPARSED: Last message repeated 1 times", "LOG third"}),
-              messages());
-}
-
-TEST_F(LogTest, SameTextAtAnotherLevelIsNoRepeat) {
-    initLog();
-    cv_log("text");
-    cv_err("text");
-    cv_log("text");
-    EXPECT_EQ((std::vector<std::string>{"LOG text", "ERR text", "LOG text"}), messages());
-}
-
-TEST_F(LogTest, DebugOffWritesNothingAndKeepsTheRun) {
-    std::string plain = initLog();
-    cv_dbg("invisible");
-    EXPECT_EQ(0, fs::file_size(plain));
-    cv_log("a");
-    cv_dbg("between");
-    cv_log("a");
-    cv_log("b");
-    EXPECT_EQ((std::vector<std::string>{"LOG a", "UNPARSED: Last message repeated 1 times", "LOG b"}),
-              messages());
-
-    cv_dbg_set(1);
-    cv_dbg("now %d", 1);
-    EXPECT_EQ("DBG now 1", messages().back());
+// Each row writes to a fresh log; the file then holds these lines ("LABEL
+// message", or the whole line when it has no timestamp).
+TEST_F(LogTest, WhatReachesTheFile) {
+    const struct Row {
+        const char* name;
+        std::function<void()> write;
+        std::vector<std::string> lines;
+    } rows[] = {
+        // The count sits on a line of its own, without timestamp, before the
+        // next message; a run still pending shows nothing yet.
+        {"repeats collapse",
+         [] {
+             for (const char* text : {"same", "same", "same", "other", "other", "third", "third"})
+                 cv_log("%s", text);
+         },
+         {"LOG same", "UNPARSED: Last message repeated 2 times", "LOG other",
+          "UNPARSED: Last message repeated 1 times", "LOG third"}},
+        {"the same text at another level is no repeat",
+         [] {
+             cv_log("text");
+             cv_err("text");
+             cv_log("text");
+         },
+         {"LOG text", "ERR text", "LOG text"}},
+        {"debug lines while debugging is off: nothing, and the run goes on",
+         [] {
+             cv_dbg("invisible");
+             cv_log("a");
+             cv_dbg("between");
+             cv_log("a");
+             cv_log("b");
+             cv_dbg_set(1);
+             cv_dbg("now %d", 1);
+         },
+         {"LOG a", "UNPARSED: Last message repeated 1 times", "LOG b", "DBG now 1"}},
+        {"a disabled log writes nothing",
+         [] {
+             cv_dbg_set(1);
+             cv_log_set_enabled(0);
+             cv_log("a");
+             cv_err("b");
+             cv_dbg("c");
+             cv_log_set_enabled(1);
+             cv_err("b");
+         },
+         {"ERR b"}},
+    };
+    int n = 0;
+    for (const Row& row : rows) {
+        const std::string name = "row" + std::to_string(n++) + ".log";
+        initLog(name);
+        row.write();
+        EXPECT_EQ(row.lines, messages(name)) << row.name;
+        cv_log_cleanup();
+        cv_dbg_set(0);
+    }
 }
 
 TEST_F(LogTest, LongMessageIsCutAndEndsInOneNewline) {

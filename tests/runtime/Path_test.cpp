@@ -24,69 +24,63 @@ std::string canonical(const std::string& in, size_t size = 256) {
 
 }  // namespace
 
-TEST(PathCanonical, RebuildsComponents) {
-    EXPECT_EQ("/a/c", canonical("/a/b/../c"));
-    EXPECT_EQ("/a/b", canonical("/a/./b/."));
-    EXPECT_EQ("/a/b", canonical("//a///b//"));
-    EXPECT_EQ("a/b/c", canonical("a//b/./c/"));
-    EXPECT_EQ("/x/...", canonical("/x/..."));
-    EXPECT_EQ("/.hidden/..b/c.", canonical("/.hidden/..b/c."));
-    EXPECT_EQ("/a/d", canonical("/a/b/c/../../d"));
-}
-
-TEST(PathCanonical, DotDotWithoutParentIsDropped) {
-    EXPECT_EQ("/", canonical("/.."));
-    EXPECT_EQ("/a", canonical("/../../a"));
-    EXPECT_EQ("a", canonical("../a"));
-    EXPECT_EQ("b", canonical("a/../../b"));
-}
-
-TEST(PathCanonical, RootAndEmptyResults) {
-    EXPECT_EQ("/", canonical("/"));
-    EXPECT_EQ("/", canonical("///"));
-    EXPECT_EQ(".", canonical("."));
-    EXPECT_EQ(".", canonical("./"));
-    EXPECT_EQ(".", canonical("a/.."));
-    EXPECT_EQ(".", canonical("a/b/../../.."));
-
-    char out[4] = "xyz";
-    EXPECT_EQ(0, cv_path_canonical_path("", out, sizeof out));
-    EXPECT_STREQ("", out);
-}
-
-TEST(PathCanonical, BackslashesBecomeSlashes) {
-    EXPECT_EQ("a/c", canonical("a\\b\\..\\c"));
-    EXPECT_EQ("/srv/share/x", canonical("\\\\srv\\share\\\\x\\"));
-    // A one-letter "scheme" is a drive letter, not a URI.
-    EXPECT_EQ("C:/dir/file", canonical("C:\\dir\\.\\file"));
-}
-
-TEST(PathCanonical, NewlineFails) {
-    EXPECT_EQ("<-1>", canonical("/tmp/a\nb"));
-    EXPECT_EQ("<-1>", canonical("/tmp/a\n"));
-    EXPECT_EQ("<-1>", canonical("http://x/\n"));
-}
-
-TEST(PathCanonical, UrisAreCopiedUnchanged) {
-    EXPECT_EQ("http://host//a/../b/./", canonical("http://host//a/../b/./"));
-    EXPECT_EQ("file:///a/./b", canonical("file:///a/./b"));
-    EXPECT_EQ("vexl://x\\y/../z/", canonical("vexl://x\\y/../z/"));
-    EXPECT_EQ("x-a+b.c:..\\..", canonical("x-a+b.c:..\\.."));
-    // Too small for the unchanged copy.
-    EXPECT_EQ("<-1>", canonical("http://h/", 9));
-    EXPECT_EQ("http://h/", canonical("http://h/", 10));
-}
-
-TEST(PathCanonical, OutputThatDoesNotFitFails) {
-    EXPECT_EQ("<-1>", canonical("/abc", 4));
-    EXPECT_EQ("/abc", canonical("/abc", 5));
-    EXPECT_EQ("<-1>", canonical("/a//b/", 4));
-    EXPECT_EQ("/a/b", canonical("/a//b/", 5));
-    EXPECT_EQ("<-1>", canonical("/", 1));
-    EXPECT_EQ("<-1>", canonical("a/..", 1));
-    EXPECT_EQ(".", canonical("a/..", 2));
+// Each row: the path, the output size, and the canonical form ("<-1>": the
+// call fails).
+TEST(PathCanonical, Rules) {
+    const struct Row {
+        const char* in;
+        size_t size;
+        const char* out;
+    } rows[] = {
+        // Components are rebuilt.
+        {"/a/b/../c", 256, "/a/c"},
+        {"/a/./b/.", 256, "/a/b"},
+        {"//a///b//", 256, "/a/b"},
+        {"a//b/./c/", 256, "a/b/c"},
+        {"/x/...", 256, "/x/..."},
+        {"/.hidden/..b/c.", 256, "/.hidden/..b/c."},
+        {"/a/b/c/../../d", 256, "/a/d"},
+        // ".." without a parent is dropped.
+        {"/..", 256, "/"},
+        {"/../../a", 256, "/a"},
+        {"../a", 256, "a"},
+        {"a/../../b", 256, "b"},
+        // The root, and nothing left.
+        {"/", 256, "/"},
+        {"///", 256, "/"},
+        {".", 256, "."},
+        {"./", 256, "."},
+        {"a/..", 256, "."},
+        {"a/b/../../..", 256, "."},
+        {"", 4, ""},
+        // Backslashes are separators; a one-letter "scheme" is a drive letter.
+        {"a\\b\\..\\c", 256, "a/c"},
+        {"\\\\srv\\share\\\\x\\", 256, "/srv/share/x"},
+        {"C:\\dir\\.\\file", 256, "C:/dir/file"},
+        // A newline anywhere fails.
+        {"/tmp/a\nb", 256, "<-1>"},
+        {"/tmp/a\n", 256, "<-1>"},
+        {"http://x/\n", 256, "<-1>"},
+        // URIs are copied unchanged, when they fit.
+        {"http://host//a/../b/./", 256, "http://host//a/../b/./"},
+        {"file:///a/./b", 256, "file:///a/./b"},
+        {"vexl://x\\y/../z/", 256, "vexl://x\\y/../z/"},
+        {"x-a+b.c:..\\..", 256, "x-a+b.c:..\\.."},
+        {"http://h/", 9, "<-1>"},
+        {"http://h/", 10, "http://h/"},
+        // Output that does not fit fails.
+        {"/abc", 4, "<-1>"},
+        {"/abc", 5, "/abc"},
+        {"/a//b/", 4, "<-1>"},
+        {"/a//b/", 5, "/a/b"},
+        {"/", 1, "<-1>"},
+        {"a/..", 1, "<-1>"},
+        {"a/..", 2, "."},
+        {"/a", 0, "<-1>"},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(row.out, canonical(row.in, row.size)) << row.in << " in " << row.size;
     char out[8];
-    EXPECT_EQ(-1, cv_path_canonical_path("/a", out, 0));
     EXPECT_EQ(-1, cv_path_canonical_path(nullptr, out, sizeof out));
 }
 
@@ -100,16 +94,16 @@ TEST(PathCanonical, InPlace) {
 }
 
 TEST(PathUri, SchemeRules) {
-    EXPECT_EQ(1, cv_uri_valid_uri("http://x"));
-    EXPECT_EQ(1, cv_uri_valid_uri("ab:"));
-    EXPECT_EQ(1, cv_uri_valid_uri("h+t-t.p2:rest"));
-    EXPECT_EQ(0, cv_uri_valid_uri("c:/x"));
-    EXPECT_EQ(0, cv_uri_valid_uri("1http://x"));
-    EXPECT_EQ(0, cv_uri_valid_uri("ht tp://x"));
-    EXPECT_EQ(0, cv_uri_valid_uri("/http://x"));
-    EXPECT_EQ(0, cv_uri_valid_uri("http"));
-    EXPECT_EQ(0, cv_uri_valid_uri(""));
-    EXPECT_EQ(0, cv_uri_valid_uri(nullptr));
+    const struct {
+        const char* text;
+        int uri;
+    } rows[] = {
+        // "Za:" and "aZ09:" hold the ends of the letter and digit ranges.
+        {"http://x", 1},  {"ab:", 1},       {"h+t-t.p2:rest", 1}, {"Za:", 1},  {"aZ09:", 1}, {"c:/x", 0},
+        {"1http://x", 0}, {"ht tp://x", 0}, {"/http://x", 0},     {"http", 0}, {"", 0},      {nullptr, 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.uri, cv_uri_valid_uri(row.text)) << (row.text ? row.text : "null");
 }
 
 TEST(PathAppend, JoinsAndCanonicalises) {

@@ -149,41 +149,6 @@ TEST(StrUtf8, TrimTrailingPartial) {
     EXPECT_EQ("a\xFF", trim("a\xFF"));
 }
 
-TEST(StrErrors, RuntimeCodeTexts) {
-    const std::pair<int, const char*> table[] = {
-        {28672, "Invalid doc root path"},
-        {28673, "Invalid command or token separator mismatch"},
-        {28674, "Base file/directory name not found in path"},
-        {28675, "File/directory path mismatch"},
-        {28676, "Illegal UTF string"},
-        {28677, "Insufficient buffer space"},
-        {28678, "End or directory reached"},
-        {28679, "Library open/close failed"},
-        {28680, "Library module loading failed"},
-        {28681, "Could not create UUID string"},
-        {28682, "Could not parse xml file for configs"},
-        {28683, "Could not read locale info"},
-        {28684, "Could not compute md5sum"},
-        {28685, "Could not compute SHA hash"},
-        {28686, "Could not log message"},
-        {28687, "Invalid user name"},
-        {28688, "Parse error inside UAC"},
-        {28689, "No transmitting xfer found"},
-        {28690, "Unimplemented function"},
-        {28691, "Internal error"},
-        {28692, "Reached end"},
-        {28693, "Storage inaccessible"},
-        {28694, "Bad pathname"},
-        {28697, "Connection insecure"},
-        {28698, "File not valid"},
-    };
-    char buf[256];
-    for (const auto& [code, text] : table) {
-        ASSERT_EQ(0, cv_platform_errstr(code, buf, sizeof buf)) << code;
-        EXPECT_STREQ(text, buf) << code;
-    }
-}
-
 TEST(StrErrors, PlatformCodesAndBuffers) {
     char buf[256];
     ASSERT_EQ(0, cv_platform_errstr(ENOENT, buf, sizeof buf));

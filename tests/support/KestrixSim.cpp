@@ -80,9 +80,7 @@ bool KestrixSim::start(const Options& options) {
     } else {
         _home = options.home;
     }
-    const std::string dataHome = options.xdgDataHome.empty() || options.unsetXdgDataHome
-                                     ? _home + "/.local/share"
-                                     : options.xdgDataHome;
+    const std::string dataHome = _home + "/.local/share";
     _dataDir = dataHome + "/Corvane/Corvane Kestrix";
 
     std::vector<std::string> argv = {program, "--exit-with-parent"};
@@ -103,7 +101,7 @@ bool KestrixSim::start(const Options& options) {
             env.push_back(text);
     }
     env.push_back("HOME=" + _home);
-    if (!options.unsetXdgDataHome) env.push_back("XDG_DATA_HOME=" + dataHome);
+    env.push_back("XDG_DATA_HOME=" + dataHome);
 
     std::vector<char*> argvPointers, envPointers;
     for (auto& arg : argv) argvPointers.push_back(arg.data());
@@ -150,7 +148,7 @@ bool KestrixSim::start(const Options& options) {
     }
     _url = line.substr(sizeof(kReadyPrefix) - 1);
     _port = static_cast<unsigned short>(std::stoi(_url.substr(_url.rfind(':') + 1)));
-    const std::string uri = readFile(uriFile());
+    const std::string uri = readFile(_dataDir + "/var/run/http.uri");
     size_t newline = uri.find('\n');
     _key = newline == std::string::npos ? "" : uri.substr(newline + 1);
     if (!_key.empty() && _key.back() == '\n') _key.pop_back();
@@ -168,10 +166,6 @@ bool KestrixSim::reap(bool block) {
     _alive = false;
     _exitStatus = got == _pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return true;
-}
-
-bool KestrixSim::running() {
-    return !reap(false);
 }
 
 bool KestrixSim::waitForExit(int timeoutMs) {
@@ -262,10 +256,6 @@ std::string KestrixSim::bodyOf(const std::string& response) {
 
 bool KestrixSim::control(const std::string& query) const {
     return statusOf(request("POST", "/sim/control?" + query)) == 200;
-}
-
-std::string KestrixSim::state() const {
-    return bodyOf(request("GET", "/sim/state"));
 }
 
 }  // namespace CorvaneTest

@@ -24,9 +24,7 @@ public:
     struct Options {
         std::vector<std::string> args;  // extra command-line options, e.g. {"--mode", "slow"}
         std::string home;               // HOME of the simulator; "" : a fresh temporary folder
-        std::string xdgDataHome;        // "" : home + "/.local/share"
-        bool unsetXdgDataHome = false;  // start it without XDG_DATA_HOME
-        bool record = true;             // record requests into recordFile()
+        bool record = true;             // record requests for recordedRequests()
         int readyTimeoutMs = 10000;
     };
 
@@ -45,8 +43,6 @@ public:
     bool stop(int timeoutMs = 5000);
     // Waits up to `timeoutMs` for it to exit on its own. True when it has.
     bool waitForExit(int timeoutMs);
-    // Whether the process is still there (an exited one is reaped).
-    bool running();
     // Exit status once it has exited normally; -1 while running or after a signal.
     int exitStatus() const { return _exitStatus; }
 
@@ -56,9 +52,6 @@ public:
     pid_t pid() const { return _pid; }
     const std::string& home() const { return _home; }
     const std::string& dataDir() const { return _dataDir; }  // ".../Corvane/Corvane Kestrix"
-    std::string uriFile() const { return _dataDir + "/var/run/http.uri"; }
-    std::string pidFile() const { return _dataDir + "/var/run/process.pid"; }
-    const std::string& recordFile() const { return _recordFile; }  // "" when not recording
     const std::string& error() const { return _error; }
     // The program, as built.
     static std::string programPath();
@@ -79,8 +72,6 @@ public:
 
     // POST /sim/control?QUERY, e.g. "mode=hang&path=/transfers/&times=1". True on 200.
     bool control(const std::string& query) const;
-    // The body of GET /sim/state.
-    std::string state() const;
 
 private:
     bool fail(const std::string& message);

@@ -54,6 +54,12 @@ public:
         return out;
     }
     size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
+    // Every line, each ending in a newline: for failure messages.
+    std::string text() const {
+        std::string joined;
+        for (const std::string& line : all()) joined += line + "\n";
+        return joined;
+    }
     void clear() {
         std::lock_guard<std::mutex> lock(mutex());
         lines().clear();

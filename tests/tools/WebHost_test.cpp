@@ -170,16 +170,6 @@ TEST_F(WebHost, AnswersEachIdAndServesNothingBeforeTheOriginIsBound) {
     }
 }
 
-TEST_F(WebHost, SessionIsCheckedAgainstTheBoundHostName) {
-    Host host(sim.home());
-    host.call(1, "@bind", R"(["https://portal2"])");
-    EXPECT_EQ(host.next(), R"({"id":1,"result":"portal2"})");
-    host.call(2, "initSession", R"(["^portal","portal"])");
-    EXPECT_EQ(
-        host.next(),
-        R"({"id":2,"result":"{\"error\":{\"code\":-1,\"user_message\":\"Invalid application ID hostname: portal2\"}}"})");
-}
-
 TEST_F(WebHost, LargeAnswerArrivesInChunksThatJoinByteExact) {
     // Filler of printable bytes, quotes and backslashes included, that the
     // client answers with; 3 MB is three chunks and a bit.
@@ -197,24 +187,6 @@ TEST_F(WebHost, LargeAnswerArrivesInChunksThatJoinByteExact) {
     EXPECT_TRUE(field(json, "result") == expected) << "the joined answer differs";
     EXPECT_LE(host.largestFrame, Kestrix::Web::kMaxHostMessage);
     EXPECT_GT(message.size(), 2 * Kestrix::Web::kMaxHostMessage);
-}
-
-TEST_F(WebHost, CallbacksAndTransferEventsArePushedAndEndOfInputEndsTheHost) {
-    Host host(sim.home());
-    host.call(1, "@bind", R"(["http://127.0.0.1"])");
-    ASSERT_EQ(host.next(), R"({"id":1,"result":"127.0.0.1"})");
-    host.call(2, "kestrixHttpRequestAsync", R"(["GET","/v4/kestrix/version","",{"callback":41}])");
-    EXPECT_EQ(host.next(), R"({"id":2,"result":null})");
-    const std::string callback = host.next();
-    EXPECT_EQ(callback.find(R"({"callback":41,"text":"{\"name\":\"Corvane Kestrix\")"), 0u) << callback;
-
-    host.call(3, "initSession", R"(["app","d"])");
-    EXPECT_EQ(host.next(), R"({"id":3,"result":"{\"app_id\":\"app\"}"})");
-    const std::string event = host.next(5000);
-    EXPECT_EQ(event.find(R"({"event":"transfer","text":"{\"iteration_token\":)"), 0u) << event;
-
-    host.closeInput();
-    EXPECT_EQ(host.waitExit(10000), 0);
 }
 
 TEST_F(WebHost, PageThatGoesWhileAPanelShowsEndsThePanelAndTheHost) {

@@ -1,7 +1,7 @@
 // Helpers for the suites that touch the local client's files, folders and
-// processes: a log captured into a temporary file, a lock that keeps the
-// suites that start or kill processes named "corvanekestrix" from running
-// at the same time, and a reaper for the clients they leave behind.
+// processes: a lock that keeps the suites that start or kill processes
+// named "corvanekestrix" from running at the same time, a reaper for the
+// clients they leave behind, and bounded waits.
 #pragma once
 
 #include <errno.h>
@@ -21,60 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "TempDir.h"
-#include "cv_log.h"
-
 namespace CorvaneTest {
-
-// Every log line written while it lives, read back from a real log file.
-class LogFileCapture {
-public:
-    explicit LogFileCapture(unsigned debugAll = 3) : _path(_dir.file("capture.log")) {
-        cv_log_cleanup();
-        cv_log_init(CV_LOG_FILE, _path.c_str());
-        cv_dbg_set(1);
-        cv_dbg_set_all(debugAll);
-    }
-    ~LogFileCapture() {
-        cv_log_cleanup();
-        cv_dbg_set(0);
-        cv_dbg_set_all(0);
-    }
-    LogFileCapture(const LogFileCapture&) = delete;
-    LogFileCapture& operator=(const LogFileCapture&) = delete;
-
-    // "LABEL message" for each line, without date, time and ids.
-    std::vector<std::string> lines() const {
-        std::vector<std::string> result;
-        std::ifstream in(_path);
-        std::string line;
-        while (std::getline(in, line)) {
-            const size_t ids = line.find("] ");
-            result.push_back(ids == std::string::npos ? line : line.substr(ids + 2));
-        }
-        return result;
-    }
-    size_t count(const std::string& line) const {
-        size_t n = 0;
-        for (const std::string& l : lines()) n += l == line ? 1 : 0;
-        return n;
-    }
-    bool has(const std::string& line) const { return count(line) > 0; }
-    size_t countPrefix(const std::string& prefix) const {
-        size_t n = 0;
-        for (const std::string& l : lines()) n += l.compare(0, prefix.size(), prefix) == 0 ? 1 : 0;
-        return n;
-    }
-    std::string text() const {
-        std::string all;
-        for (const std::string& l : lines()) all += l + "\n";
-        return all;
-    }
-
-private:
-    TempDir _dir;
-    std::string _path;
-};
 
 // Held by every test that starts, looks for or kills processes named
 // "corvanekestrix": they see all such processes of the machine, so they

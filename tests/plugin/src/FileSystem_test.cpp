@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "ClientTestSupport.h"
+#include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
-using CorvaneTest::LogFileCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::ScopedEnv;
 using CorvaneTest::TempDir;
 using Kestrix::Web::FileSystem;
@@ -24,7 +25,7 @@ protected:
 }  // namespace
 
 TEST_F(FileSystemTest, FoldersFollowTheXdgVariables) {
-    LogFileCapture log;
+    LogCapture log(3);
     _env.set("HOME", _home.path());
     _env.set("XDG_DATA_HOME", _home.path() + "/data/");
     _env.set("XDG_STATE_HOME", _home.path() + "/state");
@@ -67,7 +68,7 @@ TEST_F(FileSystemTest, FoldersAreCachedUntilReset) {
 }
 
 TEST_F(FileSystemTest, UnknownHomeTakesTheFailurePaths) {
-    LogFileCapture log;
+    LogCapture log(3);
     _env.unset("HOME");
     _env.unset("XDG_DATA_HOME");
     _env.unset("XDG_STATE_HOME");

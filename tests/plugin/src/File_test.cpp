@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "ClientTestSupport.h"
+#include "LogCapture.h"
 #include "TempDir.h"
 
-using CorvaneTest::LogFileCapture;
+using CorvaneTest::LogCapture;
 using CorvaneTest::TempDir;
 using Kestrix::Web::File;
 
@@ -34,7 +35,7 @@ TEST(File, ShortFileIsReadWhole) {
 }
 
 TEST(File, MissingFileLogsAndReadsEmpty) {
-    LogFileCapture log;
+    LogCapture log(3);
     TempDir dir;
     File file(dir.file("absent"));
     EXPECT_FALSE(file.isOpen());

@@ -1,7 +1,8 @@
-// How HttpRequest::invoke reads an answer that arrives in awkward pieces:
-// markers split across receive chunks, NUL bytes, odd Content-Length
-// values. A scripted server on loopback sends exact bytes with pauses in
-// between, so the chunk boundaries are under the test's control.
+// HttpRequest::invoke: the exact bytes it sends the local client, and how it
+// reads an answer that arrives in awkward pieces (markers split across
+// receive chunks, NUL bytes, odd Content-Length values). A scripted server
+// on loopback sends exact bytes with pauses in between, so the chunk
+// boundaries are under the test's control.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -21,6 +22,7 @@
 #include "HttpRequest.h"
 #include "HttpResponse.h"
 #include "KestrixApp.h"
+#include "KestrixSim.h"
 #include "LogCapture.h"
 #include "ScopedEnv.h"
 #include "TcpSocket.h"
@@ -158,84 +160,96 @@ TEST_F(HttpReceive, MarkersSplitAtEveryByteAreStillFound) {
     EXPECT_EQ(log.countPrefix("ERR recv() returned"), 0u);
 }
 
-TEST_F(HttpReceive, BodyArrivingInLaterChunksIsCollectedUpToTheLength) {
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Le", "ngth: 12\r", "\n\r", "\nhello ", "world!", "!!"},
-                          20, false);
-    long long ms = 0;
-    auto response = get(server, ms);
+// Each row: the pieces the server sends (with `gapMs` between them), whether
+// it closes afterwards, and the body HttpRequest makes of it ("null": no
+// response). A row that ends early must do so well before the 2 s limit.
+TEST_F(HttpReceive, AnswersInPieces) {
+    const std::string nul(1, '\0');
+    const struct Row {
+        const char* name;
+        std::vector<std::string> pieces;
+        int gapMs;
+        bool closeAfter;
+        std::string body;
+    } rows[] = {
+        {"body in later chunks, up to the length",
+         {"HTTP/1.1 200 OK\r\nContent-Le", "ngth: 12\r", "\n\r", "\nhello ", "world!", "!!"},
+         20,
+         false,
+         "hello world!"},
+        // Reception stops at the "\r\n" after the 0: the blank line comes too late to parse.
+        {"zero length ends at its line",
+         ScriptedServer::bytes("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), 30, false, "null"},
+        {"zero length keeps the rest of its chunk",
+         {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\nbody"},
+         0,
+         false,
+         "body"},
+        {"length that is not a number ends at once",
+         {"HTTP/1.1 200 OK\r\nContent-Length: none\r\n", "\r\nlate"},
+         50,
+         false,
+         "null"},
+        {"length after white space",
+         {"HTTP/1.1 200 OK\r\nContent-Length:   3\r\n\r\nabcdef"},
+         0,
+         false,
+         "abc"},
+        // "cd" after the NUL goes with the rest of its chunk.
+        {"chunks cut at their first NUL",
+         {"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + nul + "cd", "efghi"},
+         50,
+         false,
+         "abefghi"},
+        {"lower-case length is not seen: read until close",
+         {"HTTP/1.1 200 OK\r\ncontent-length: 2\r\n\r\nab", "cd"},
+         50,
+         true,
+         "abcd"},
+        // The marker is looked for anywhere in the text received so far.
+        {"a length in the body counts",
+         {"HTTP/1.1 200 OK\r\nX: y\r\n\r\n", "Content-Length: 2\r\nabc"},
+         50,
+         false,
+         "Co"},
+        {"status line without reason", {"HTTP/1.1 200\r\nContent-Length: 2\r\n\r\nok"}, 0, false, "null"},
+    };
+    for (const Row& row : rows) {
+        ScriptedServer server(row.pieces, row.gapMs, row.closeAfter);
+        long long ms = 0;
+        auto response = get(server, ms);
+        EXPECT_EQ(row.body, response ? response->data() : "null") << row.name;
+        if (!row.closeAfter) {
+            EXPECT_LT(ms, 1500) << row.name;
+        }
+    }
+}
+
+// Headers go in plain byte order of their names (upper case first, equal
+// names as added), after the key from the client's file with its newline.
+TEST_F(HttpReceive, RequestBytesAsTheClientReceivesThem) {
+    CorvaneTest::KestrixSim sim;
+    CorvaneTest::KestrixSim::Options options;
+    options.home = _home.path();
+    ASSERT_TRUE(sim.start(options)) << sim.error();
+    HttpRequest request("127.0.0.1", sim.port());
+    request.method = HttpRequest::kPostMethod;
+    request.path = "/v4/transfers/activity";
+    request.addHeader("X-Dup", "first");
+    request.addHeader("accept-language", "en");
+    request.addHeader("Content-Type", "application/vnd.corvane.xferreq+json");
+    request.addHeader("X-Dup", "second");
+    request.addHeader("Accept", "*/*");
+    request.appendData("{\"iteration_token\":");
+    request.appendData("\"\"}");
+    std::unique_ptr<HttpResponse> response(request.invoke());
     ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "hello world!");
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, ZeroLengthEndsAtItsLineEvenBeforeTheBlankLine) {
-    // Reception stops at the "\r\n" after the 0; the blank line never
-    // arrives in time, so the text does not parse.
-    ScriptedServer server(ScriptedServer::bytes("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), 30, false);
-    long long ms = 0;
-    EXPECT_FALSE(get(server, ms));
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, ZeroLengthKeepsWhatCameInTheSameChunk) {
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\nbody"}, 0, false);
-    long long ms = 0;
-    auto response = get(server, ms);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "body");
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, LengthThatIsNotANumberEndsAtOnce) {
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: none\r\n", "\r\nlate"}, 50, false);
-    long long ms = 0;
-    EXPECT_FALSE(get(server, ms));
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, LengthAfterWhiteSpaceIsRead) {
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length:   3\r\n\r\nabcdef"}, 0, false);
-    long long ms = 0;
-    auto response = get(server, ms);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "abc");
-}
-
-TEST_F(HttpReceive, ChunksAreCutAtTheirFirstNulByte) {
-    // "cd" after the NUL is lost with the rest of its chunk; the next chunk
-    // makes up the announced 7 bytes.
-    ScriptedServer server(
-        {"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + std::string(1, '\0') + "cd", "efghi"}, 50, false);
-    long long ms = 0;
-    auto response = get(server, ms);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "abefghi");
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, LowerCaseLengthHeaderIsNotSeenAndTheAnswerIsReadUntilClose) {
-    CorvaneTest::LogCapture log;
-    ScriptedServer server({"HTTP/1.1 200 OK\r\ncontent-length: 2\r\n\r\nab", "cd"}, 50, true);
-    long long ms = 0;
-    auto response = get(server, ms);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "abcd");
-    EXPECT_EQ(log.count("ERR recv() returned 0"), 1u);
-}
-
-TEST_F(HttpReceive, ContentLengthInTheBodyCountsToo) {
-    // The marker is looked for anywhere in the text received so far.
-    ScriptedServer server({"HTTP/1.1 200 OK\r\nX: y\r\n\r\n", "Content-Length: 2\r\nabc"}, 50, false);
-    long long ms = 0;
-    auto response = get(server, ms);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->data(), "Co");
-    EXPECT_LT(ms, 1500);
-}
-
-TEST_F(HttpReceive, StatusLineWithoutReasonGivesNull) {
-    ScriptedServer server({"HTTP/1.1 200\r\nContent-Length: 2\r\n\r\nok"}, 0, false);
-    long long ms = 0;
-    EXPECT_FALSE(get(server, ms));
-    EXPECT_LT(ms, 1500);
+    EXPECT_EQ(response->statusCode(), 200);
+    const std::vector<std::string> recorded = sim.recordedRequests();
+    ASSERT_EQ(recorded.size(), 1u);
+    EXPECT_EQ(recorded[0],
+              "POST /v4/transfers/activity HTTP/1.1\r\nAccept: */*\r\nAuthorization-key: " + sim.key() +
+                  "\n\r\nConnection: close\r\nContent-Length: 22\r\n"
+                  "Content-Type: application/vnd.corvane.xferreq+json\r\nUser-Agent: Corvane Kestrix\r\n"
+                  "X-Dup: first\r\nX-Dup: second\r\naccept-language: en\r\n\r\n{\"iteration_token\":\"\"}");
 }

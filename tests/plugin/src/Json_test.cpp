@@ -4,9 +4,6 @@
 
 #include <stdexcept>
 
-#include "TempDir.h"
-#include "cv_log.h"
-
 using Kestrix::Web::Json;
 
 namespace {
@@ -131,23 +128,6 @@ TEST(Json, CreateErrorInsertsTheMessageAsItStands) {
     std::runtime_error e("boom");
     EXPECT_EQ(R"({"error":{"code":-1,"user_message":"boom"}})", Json::createError(e));
     EXPECT_EQ(R"({"error":{"code":-1,"user_message":"ctx: boom"}})", Json::createError(e, "ctx"));
-}
-
-TEST(Json, CreateErrorAndLogWritesTheMessageAtErrorLevel) {
-    CorvaneTest::TempDir dir;
-    std::string logFile = dir.file("json.log");
-    ASSERT_EQ(0, cv_log_init(2, logFile.c_str()));
-    std::runtime_error e("disk full");
-    EXPECT_EQ(R"({"error":{"code":-1,"user_message":"plain"}})", Json::createErrorAndLog("plain"));
-    EXPECT_EQ(R"({"error":{"code":-1,"user_message":"disk full"}})", Json::createErrorAndLog(e));
-    EXPECT_EQ(R"({"error":{"code":-1,"user_message":"saving: disk full"}})",
-              Json::createErrorAndLog(e, "saving"));
-    cv_log_cleanup();
-
-    std::string log = CorvaneTest::readFile(logFile);
-    EXPECT_NE(std::string::npos, log.find("] ERR plain\n")) << log;
-    EXPECT_NE(std::string::npos, log.find("] ERR disk full\n")) << log;
-    EXPECT_NE(std::string::npos, log.find("] ERR saving: disk full\n")) << log;
 }
 
 }  // namespace

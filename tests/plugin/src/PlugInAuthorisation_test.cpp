@@ -1,5 +1,6 @@
-// Which transfer bodies and destinations a page may send: the approved file
-// list, the chosen download folder and the body validator.
+// The plug-in's rules for what a page may send: the approved file list, the
+// chosen download folder, the body validator and the request line; and the
+// browser family read from the user agent.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -47,13 +48,6 @@ TEST(ApprovedFiles, EmptyPathThrowsOutOfRange) {
     EXPECT_THROW(PlugIn::isFileAllowed(""), std::out_of_range);
     EXPECT_THROW(PlugIn::addToApprovedFileList({"/ok", ""}), std::out_of_range);
     EXPECT_NO_THROW(PlugIn::addToApprovedFileList({}));
-}
-
-TEST(ApprovedFiles, SharedByEveryInstance) {
-    PlugIn first;
-    PlugIn second;
-    first.addToApprovedFileList({"/shared/by/all.txt"});
-    EXPECT_TRUE(second.isFileAllowed("/shared/by/all.txt"));
 }
 
 TEST(DestinationRoot, OnlyTheFirstByteAndTheByteAfterTheChosenFolderAreTested) {
@@ -194,6 +188,7 @@ TEST(RequestLine, MethodsAreTokensAndPathsHoldNoSpaceOrControlByte) {
         {"patch", true, true},
         {"M-SEARCH", true, true},
         {"!#$%&'*+-.^_`|~09az", true, true},
+        {"AZ", true, true},
         {"", false, true},
         {"GET /x HTTP/1.1\r\nX-A: b\r\n\r\nPOST", false, false},
         {"GET ", false, false},
@@ -214,14 +209,22 @@ TEST(RequestLine, MethodsAreTokensAndPathsHoldNoSpaceOrControlByte) {
     }
 }
 
-TEST(JsonValidation, OnlyTheFirstTransferSpecIsChecked) {
+// The first of "firefox", "chrome", "safari" found in the lower-cased user
+// agent names the family, in that order; otherwise the whole lower-cased text.
+TEST(HostBrowser, FamilyFromTheUserAgent) {
+    const struct {
+        const char *userAgent, *family;
+    } rows[] = {
+        {"Mozilla/5.0 (X11) AppleWebKit/537.36 Chrome/90.0 Safari/537.36", "chrome"},
+        {"Mozilla/5.0 (X11; rv:109.0) Gecko/20100101 Firefox/115.0 Chrome Safari", "firefox"},
+        {"Mozilla/5.0 (X11) AppleWebKit/602.1 (KHTML, like Gecko) Version/10.0 Safari/602.1", "safari"},
+        {"Some Odd Browser/1.0", "some odd browser/1.0"},
+    };
     PlugIn plugin;
-    PlugIn::addToApprovedFileList({"/ok/first.txt"});
-    std::string body =
-        "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/ok/"
-        "first.txt\"}]}},"
-        "{\"transfer_spec\":{\"direction\":\"send\",\"paths\":[{\"source\":\"/etc/shadow\"}]}}]}";
-    EXPECT_EQ("", plugin.isJsonValid(body));
+    for (const auto& row : rows) {
+        plugin.setHostBrowser(row.userAgent);
+        EXPECT_EQ(row.family, plugin.hostBrowser()) << row.userAgent;
+    }
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 // the field rely on do not constrain it. Every other accepted case is one
 // the rules accept for a file the user really chose.
 #include <gtest/gtest.h>
+#include <stdint.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -252,6 +254,53 @@ TEST_F(HostileReads, BackslashSpellingIsApprovedButOpenedAsGiven) {
     // Opened under the name as the page passed it, which does not exist.
     EXPECT_EQ("{\"error\":{\"code\":-1,\"user_message\":\"Invalid file type: " + backslashed + "\"}}",
               _plugin.readFileAsArrayBuffer(backslashed));
+}
+
+// Chunks of a chosen ten-byte file: each row is an offset, a size and the
+// answer. A range may end exactly at the end; a sum that wraps passes the
+// range test but reads nothing outside the file.
+TEST_F(HostileReads, ChunkRanges) {
+    const std::string path = _dir.write("digits.txt", "0123456789");
+    PlugIn::addToApprovedFileList({path});
+    const std::string badRange =
+        "Offset and chunk size cannot be negative, and the sum can't be greater than the file size";
+    const std::string unopened = "Unable to open file: " + path;
+    const std::string empty = "Error converting string encoding";
+    const struct Row {
+        uint64_t offset, size;
+        std::string answer;
+    } rows[] = {
+        {3, 4, "data:text/plain;base64,MzQ1Ng=="},
+        {7, 3, "data:text/plain;base64,Nzg5"},
+        {0, 10, "data:text/plain;base64,MDEyMzQ1Njc4OQ=="},
+        {7, 4, badRange},
+        {11, 0, badRange},
+        {3, 0, empty},
+        {10, 0, empty},
+        {UINT64_MAX, 2, unopened},
+        {1, UINT64_MAX, unopened},
+        {4, UINT64_MAX - 3, unopened},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(row.answer, _plugin.readFileChunkAsArrayBuffer(path, row.offset, row.size))
+            << row.offset << "+" << row.size;
+    }
+}
+
+// A whole file is read up to 50 MiB; chunks have no such limit.
+TEST_F(HostileReads, FiftyMebibytesAreReadOneByteMoreIsRefused) {
+    const std::string limit = _dir.write("limit.bin", "");
+    const std::string over = _dir.write("over.bin", "");
+    const std::string empty = _dir.write("empty.bin", "");
+    ASSERT_EQ(0, truncate(limit.c_str(), 52428800));
+    ASSERT_EQ(0, truncate(over.c_str(), 52428801));
+    PlugIn::addToApprovedFileList({limit, over, empty});
+    const std::string result = _plugin.readFileAsArrayBuffer(limit);
+    EXPECT_EQ(0u, result.find("data:;base64,AAAA")) << result.substr(0, 80);
+    EXPECT_EQ(std::string("data:;base64,").size() + 4 * (52428800 / 3 + 1), result.size());
+    EXPECT_EQ("Exceeded maximum allowed file size: " + over, _plugin.readFileAsArrayBuffer(over));
+    EXPECT_EQ("data:;base64,AAAA", _plugin.readFileChunkAsArrayBuffer(over, 52428798, 3));
+    EXPECT_EQ("Error converting string encoding", _plugin.readFileAsArrayBuffer(empty));
 }
 
 }  // namespace

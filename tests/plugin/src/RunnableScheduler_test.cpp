@@ -128,24 +128,6 @@ TEST_F(RunnableSchedulerTest, RunsInALaterMainThreadTurnThenTellsAndDeletesItsCa
     EXPECT_TRUE(log.has("DBG RunnableScheduler - handleRunnablePair()"));
 }
 
-TEST_F(RunnableSchedulerTest, AResultOfZeroIsStillHandedToTheCallbackWhichDecides) {
-    OneShotManager osm;
-    Events events;
-    RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "cancelled", 0),
-                                        new TestCallback(&events, "callback"));
-    ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
-    EXPECT_EQ(events[1], "callback told result=0 [\"/tmp/cancelled\"]");
-    EXPECT_EQ(events[2], "callback deleted");
-}
-
-TEST_F(RunnableSchedulerTest, ARunnableWithoutCallbackRunsAndIsDeleted) {
-    OneShotManager osm;
-    Events events;
-    RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "alone"), nullptr);
-    ASSERT_TRUE(pumpUntil([&] { return events.size() == 2; }));
-    EXPECT_EQ(events, (Events{"alone run", "alone deleted"}));
-}
-
 TEST_F(RunnableSchedulerTest, StoppedBeforeItRunsItsCallbackIsDeletedUntold) {
     LogCapture log;
     OneShotManager osm;
@@ -216,26 +198,6 @@ TEST_F(RunnableSchedulerTest, RunnablesOfAQueueThatWentAreNeverStarted) {
     ASSERT_TRUE(pumpUntil([&] { return log.has("DBG OneShotManagerHelper::shoot() - aborting callback"); }));
     drainMainContext();
     EXPECT_EQ(events, Events{"late stop"});
-}
-
-TEST(RunnableSchedulerDeathTest, SchedulingOrStoppingOutsideInitAndCleanupStopsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    ASSERT_FALSE(RunnableScheduler::isInitialized());
-    EXPECT_DEATH(
-        {
-            OneShotManager osm;
-            Events events;
-            RunnableScheduler::scheduleRunnable(&osm, new TestRunnable(&events, "x"), nullptr);
-        },
-        "Assertion failed: kRunnablesMutex != NULL \\(plugin/src/RunnableScheduler, line 98\\)");
-    EXPECT_DEATH(
-        {
-            RunnableScheduler::init();
-            RunnableScheduler::cleanup();
-            OneShotManager osm;
-            RunnableScheduler::stopRunnables(&osm);
-        },
-        "Assertion failed: kRunnablesMutex != NULL \\(plugin/src/RunnableScheduler, line 109\\)");
 }
 
 }  // namespace

@@ -107,17 +107,6 @@ protected:
     }
 };
 
-TEST_F(TransfersPollerTest, RequestDataIsTheSixLineDocument) {
-    TransfersPoller poller;
-    EXPECT_EQ(1000, poller.intervalMs());
-    EXPECT_EQ(requestData("", ""), poller.createRequestData());
-    poller.setAppId("shop.example.com");
-    EXPECT_EQ(requestData("", "shop.example.com"), poller.createRequestData());
-    // Inserted as they stand, without escaping.
-    poller.setAppId("a\"b\\c");
-    EXPECT_EQ(requestData("", "a\"b\\c"), poller.createRequestData());
-}
-
 TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack) {
     ASSERT_TRUE(startSim()) << _sim.error();
     RecordingListener listener;
@@ -142,19 +131,6 @@ TEST_F(TransfersPollerTest, PollsWithEmptyAppIdAndSendsTheTokenBack) {
     }
     // Listeners get the whole answer as the client sent it.
     EXPECT_EQ(0u, events[0].find("{\"iteration_token\":\"")) << events[0];
-}
-
-TEST_F(TransfersPollerTest, AppIdGoesIntoEveryRequest) {
-    ASSERT_TRUE(startSim()) << _sim.error();
-    TransfersPoller poller(kTestIntervalMs);
-    const StopAndJoin guard(poller);
-    poller.setAppId("shop.example.com");
-    poller.start();
-    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 2));
-    finish(poller);
-
-    for (const std::string& body : activityBodies())
-        EXPECT_NE(std::string::npos, body.find("        \"app_id\": \"shop.example.com\"\n")) << body;
 }
 
 TEST_F(TransfersPollerTest, AnswerWithoutTokenClearsIt) {
@@ -274,13 +250,6 @@ TEST_F(TransfersPollerTest, ListenersAreCalledOncePerRegistrationInOrder) {
     poller.removeListener(&b);
     poller.notifyListeners("4");
     EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(TransfersPollerTest, NullListenerStopsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    TransfersPoller poller;
-    EXPECT_DEATH(poller.addListener(nullptr), "l != NULL");
-    EXPECT_DEATH(poller.removeListener(nullptr), "l != NULL");
 }
 
 TEST_F(TransfersPollerTest, DeletingARunningPollerStopsTheProcess) {

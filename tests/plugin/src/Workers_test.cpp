@@ -226,21 +226,6 @@ TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse) {
     EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
 }
 
-TEST_F(RequestWorkerTest, NoAnswerCallsBackWithNullResponse) {
-    ASSERT_TRUE(startSim({"--mode", "close", "--mode-path", "/dropped"})) << _sim.error();
-    LogCapture log;
-    RequestWorker worker;
-    const StopAndJoin guard(worker);
-    worker.start();
-    worker.addRequest(get("/dropped"));
-
-    ASSERT_TRUE(_record.waitForCalls(1));
-    worker.stop();
-    worker.join();
-    EXPECT_EQ(std::vector<std::string>{"/dropped null"}, _record.calls());
-    EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
-}
-
 TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun) {
     {
         RequestWorker worker;
@@ -253,33 +238,6 @@ TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun) {
     }
     EXPECT_TRUE(_record.calls().empty());
     EXPECT_EQ((std::vector<std::string>{"/a", "/b"}), _record.deleted());
-}
-
-TEST_F(RequestWorkerTest, JoinOfNeverStartedWorkerDoesNothing) {
-    LogCapture log(2);
-    RequestWorker worker;
-    EXPECT_NO_THROW(worker.join());
-    EXPECT_FALSE(worker.isDone());
-    EXPECT_TRUE(log.has("DBG Worker::join() - started?=0 done?=0"));
-    EXPECT_TRUE(log.has("DBG Worker::join() - done"));
-}
-
-TEST_F(RequestWorkerTest, StopBeforeStartEndsTheLoopAtOnce) {
-    LogCapture log(2);
-    RequestWorker worker;
-    worker.stop();
-    worker.start();
-    worker.join();
-    EXPECT_TRUE(worker.isDone());
-    // join() leaves a thread that is done alone, and the loop says so
-    // just after it marks itself done: wait for its last line.
-    for (int i = 0; i < 500 && !log.has("DBG RequestWorker::run() - done"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_TRUE(log.has("DBG RequestWorker::run() - done"));
-    // A finished loop is not stopped again.
-    log.clear();
-    worker.stop();
-    EXPECT_EQ(std::vector<std::string>{"DBG RequestWorker::stop() - done?=1"}, log.all());
 }
 
 // Removing a plug-in instance stops and joins its workers on the browser's

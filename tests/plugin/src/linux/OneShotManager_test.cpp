@@ -184,14 +184,4 @@ TEST_F(OneShotManagerTest, PostToMainThreadRunsLaterOnTheMainThreadEvenWithoutAM
     EXPECT_EQ(runs.threads[0], std::this_thread::get_id());
 }
 
-TEST(OneShotManagerDeathTest, ATurnWithAnEmptyQueueStopsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            OneShotManager manager;
-            manager.asyncCallback();
-        },
-        "Assertion failed: !_callbackQueue\\.empty\\(\\) \\(plugin/src/linux/OneShotManager, line 120\\)");
-}
-
 }  // namespace

@@ -2,7 +2,7 @@
 // shell scripts standing in for the program: arguments, the NUL-separated
 // answer, exit statuses, failures, the time-out guard and its alert, and the
 // dialog objects' stop/run and error paths. No display is needed; the real
-// program is exercised in DialogsOnDisplay_test.
+// program is exercised by the dialog pages in the browser.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -74,20 +74,6 @@ TEST_F(PanelProcessTest, TheProgramGetsThePanelsArgumentsAndAnswersNulSeparatedP
     EXPECT_EQ((Strings{"/a b/c", "/d"}), panel.doShow()) << "a piece without its NUL is not a path";
     EXPECT_EQ(2, panel.state());
     EXPECT_EQ("--mode\nopen\n--title=Pick\n--multiple\n--ext=txt\n--ext=TXT\n", recorded());
-}
-
-TEST_F(PanelProcessTest, CancelEndsInStateOneWithoutPaths) {
-    useProgram("printf '/ignored\\0'\nexit 1\n");
-    LinuxSaveFileDialogImpl panel("", "x.txt", "", "firefox");
-    EXPECT_TRUE(panel.doShow().empty());
-    EXPECT_EQ(1, panel.state());
-}
-
-TEST_F(PanelProcessTest, ASavePanelAnswersOnePath) {
-    useProgram("printf '/one\\0/two\\0'\n");
-    LinuxSaveFileDialogImpl panel("", "", "", "firefox");
-    EXPECT_EQ((Strings{"/one"}), panel.doShow());
-    EXPECT_EQ(2, panel.state());
 }
 
 TEST_F(PanelProcessTest, AProgramThatFailsIsLoggedAndAborts) {
@@ -205,57 +191,6 @@ TEST_F(PanelProcessTest, ShowRunsWithTheGuardAndRunWithout) {
     EXPECT_EQ(0u, viaShow.result()) << "the guard of show() closed it";
     EXPECT_EQ("[]", viaShow.resultStr());
     EXPECT_TRUE(CorvaneTest::waitFor([&] { return !alertRecorded().empty(); }));
-}
-
-TEST_F(PanelProcessTest, ResultFormsOfTheThreeDialogs) {
-    const std::string file = _dir.write("files/a\\b.txt", "12345");
-    useProgram("printf '%s\\0' '" + file + "' '" + _dir.path() + "/files'\n");
-
-    OpenFileDialog open(nullptr, "", false, true, "", false);
-    open.init("chrome");
-    EXPECT_EQ((Strings{file, _dir.path() + "/files"}), open.show());
-    EXPECT_EQ(2u, open.result());
-    EXPECT_EQ("[\"" + _dir.path() + "/files/a\\\\b.txt\",\"" + _dir.path() + "/files\"]", open.resultStr());
-
-    OpenFileDialog extended(nullptr, "", false, true, "", true);
-    extended.init("chrome");
-    extended.show();
-    const std::string text = extended.resultStr();
-    EXPECT_EQ(0u, text.find("{\"dataTransfer\":{\"files\":[{\"lastModifiedDate\":\"")) << text;
-    EXPECT_NE(std::string::npos, text.find("\"name\":\"" + _dir.path() +
-                                           "/files/a\\\\b.txt\",\"size\":5,\"type\":\"text/plain\"}"))
-        << text;
-    EXPECT_NE(std::string::npos,
-              text.find("\"name\":\"" + _dir.path() + "/files\",\"size\":0,\"type\":\"text/directory\"}]}}"))
-        << text;
-
-    SaveFileDialog save(nullptr, "", "", "");
-    save.init("chrome");
-    EXPECT_EQ((Strings{file}), save.show());
-    EXPECT_EQ("\"" + _dir.path() + "/files/a\\\\b.txt\"", save.resultStr());
-}
-
-TEST_F(PanelProcessTest, RunTurnsABadFilterIntoTheErrorDocument) {
-    useProgram("echo started > \"$RECORD\"\nexit 1\n");
-    LogCapture log;
-    OpenFileDialog open(nullptr, "", false, false, "{}", false);
-    open.init("firefox");
-    open.run();
-    const std::string openMessage = "Error displaying open file dialog: Error parsing fileTypes JSON";
-    EXPECT_EQ(Json::createError(openMessage), open.resultStr());
-    EXPECT_EQ(4u, open.result());
-
-    SaveFileDialog save(nullptr, "", "x", "[1]");
-    save.init("firefox");
-    save.run();
-    const std::string saveMessage = "Error displaying save file dialog: Error parsing fileTypes JSON";
-    EXPECT_EQ(Json::createError(saveMessage), save.resultStr());
-
-    EXPECT_EQ((Strings{"ERR " + openMessage, "ERR " + saveMessage}), log.withPrefix("ERR "));
-    EXPECT_EQ("", recorded());
-
-    // show() lets the error through to the script call.
-    EXPECT_THROW(open.show(), std::runtime_error);
 }
 
 TEST_F(PanelProcessTest, RunAfterStopShowsNothing) {
