@@ -40,6 +40,24 @@ var E2E = (function () {
         show(what, result);
     }
 
+    // Calls the plug-in's method `name` with the list args through
+    // attempt(), printed as name("a", 1, {}, function).
+    function call(plugin, name, args) {
+        var text = args.map(function (a) { return typeof a === "function" ? "function" : JSON.stringify(a); });
+        attempt(name + "(" + text.join(", ") + ")", function () {
+            var a = args;
+            switch (a.length) {
+                case 0: return plugin[name]();
+                case 1: return plugin[name](a[0]);
+                case 2: return plugin[name](a[0], a[1]);
+                case 3: return plugin[name](a[0], a[1], a[2]);
+                case 4: return plugin[name](a[0], a[1], a[2], a[3]);
+                case 5: return plugin[name](a[0], a[1], a[2], a[3], a[4]);
+                default: return plugin[name](a[0], a[1], a[2], a[3], a[4], a[5]);
+            }
+        });
+    }
+
     function pass() {
         if (finished) return;
         finished = true;
@@ -105,6 +123,7 @@ var E2E = (function () {
         describe: describe,
         show: show,
         attempt: attempt,
+        call: call,
         pass: pass,
         fail: fail,
         plugin: plugin,
