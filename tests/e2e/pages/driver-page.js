@@ -32,6 +32,17 @@ var Driver = (function () {
         return (request.responseText || "").replace(/\n$/, "");
     }
 
+    // The text of the file at `text` (see path()), read afresh.
+    function readFile(text) {
+        var request = new XMLHttpRequest();
+        request.open("GET", "file://" + path(text) + "?" + Date.now(), false);
+        request.send(null);
+        return request.responseText;
+    }
+    // The transfers kestrix-sim has been asked for, through `plugin`.
+    function transfers(plugin) {
+        return JSON.parse(plugin.kestrixHttpRequest("GET", "/sim/state", "")).transfers;
+    }
     // Asks the driver for `command` with the arguments that follow; answers
     // the request's id at once, without waiting for the driver.
     function request(command) {
@@ -73,6 +84,8 @@ var Driver = (function () {
     return {
         home: function () { return home; },
         path: path,
+        readFile: readFile,
+        transfers: transfers,
         request: request,
         await: await_,
         act: act,
