@@ -39,6 +39,16 @@ var Driver = (function () {
         request.send(null);
         return request.responseText;
     }
+    // The requests kestrix-sim recorded (started with --record
+    // sim-record.txt), whole, in the order it got them.
+    function recorded() {
+        var record = readFile("~/sim-record.txt");
+        var requests = [];
+        var header = /--- kestrix-sim request \d+: (\d+) bytes ---\n/g;
+        var match;
+        while ((match = header.exec(record))) requests.push(record.substr(header.lastIndex, Number(match[1])));
+        return requests;
+    }
     // The transfers kestrix-sim has been asked for, through `plugin`.
     function transfers(plugin) {
         return JSON.parse(plugin.kestrixHttpRequest("GET", "/sim/state", "")).transfers;
@@ -81,10 +91,23 @@ var Driver = (function () {
         await_(request.apply(null, args), 30000, then);
     }
 
+    // Greets the driver, then runs steps one after the other (each is
+    // called with the function that starts the next) and passes the page.
+    function run(steps) {
+        act("hello", function () {
+            var index = 0;
+            (function next() {
+                if (index < steps.length) steps[index++](next);
+                else E2E.pass();
+            })();
+        });
+    }
     return {
+        run: run,
         home: function () { return home; },
         path: path,
         readFile: readFile,
+        recorded: recorded,
         transfers: transfers,
         request: request,
         await: await_,
