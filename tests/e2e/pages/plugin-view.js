@@ -2,6 +2,11 @@
 var View = (function () {
     "use strict";
 
+    // The layout the screenshot checks assume: a white page, #text at 0,0,
+    // #picture at 320,0 and #relative at 0,220.
+    document.write("<style>body { margin: 0; background: #FFFFFF; } embed { position: absolute; }" +
+        " #text { left: 0; top: 0; } #picture { left: 320px; top: 0; } #relative { left: 0; top: 220px; }</style>");
+
     // The "image" parameter must be the full URL the browser reports for
     // the stream, so the element with the picture is made here.
     function addPicture(then) {
