@@ -1,47 +1,19 @@
 #!/usr/bin/env bash
-# Plays the user for an end-to-end page: it answers the plug-in's panels in
-# corvane-dialog with real key presses (xdotool), offers dragged files as a
-# drag source does (xdnd-owner), and clicks into the browser window.
-#
-# It runs in the private home, on the browser's X display, beside the
-# browser (with-driver.sh starts it). The page asks for each action by
-# printing one console line
-#
-#     DRIVE: ID|COMMAND|ARG|ARG...
-#
-# (driver-page.js does this) which the driver reads from $E2E_CONSOLE as the
-# browser writes it, and acts on in order. When an action has ended it
-# writes its answer to $HOME/.e2e-driver/ID: "ok", "ok VALUE" or
-# "failed REASON"; the page reads that file. A path argument that starts
-# with "~/" is taken in the private home.
-#
-# Commands (TITLE: a panel's exact window title; waits are bounded):
-#   hello                      answers once the test files below exist
-#   choose TITLE PATH          types PATH into the panel's location entry, accepts
-#   choose-in TITLE FOLDER N   goes into FOLDER, selects its first N entries, accepts
-#   save TITLE PATH            types PATH as the name of a save panel, accepts
-#   cancel TITLE               presses Escape in the panel
-#   dismiss TITLE              presses Return in an alert
-#   shown TITLE [MS]           waits until a window TITLE shows
-#   gone TITLE [MS]            waits until no window TITLE shows
-#   absent TITLE MS            fails if a window TITLE shows within MS
-#   offer PATH...              a drag of these files starts (text/uri-list)
-#   offer-text TEXT            a drag of this text starts (UTF8_STRING)
-#   owner                      "ok cleared" once someone cleared the drag's
-#                              selection (waits up to 2 s), else "ok owning"
-#   offer-stop                 the drag source goes away
-#   click X Y                  clicks at X,Y in the browser's window
-#
-# Test files, made at start (modification time 2021-03-04 05:06:07 UTC):
-#   ~/e2e/files/alpha.txt "alpha\n", ~/e2e/files/beta.txt "beta!\n",
-#   ~/e2e/other/secret.txt, ~/e2e/odd/colon:name.txt "odd\n",
-#   ~/e2e/folder/ (holding inner.txt), ~/e2e/out/
-#   (empty), ~/e2e/drop/a.txt ... h.txt ("drop a\n" ...), ~/e2e/drop/dir/.
-#
-# Environment: E2E_CONSOLE (the browser's console file, required),
-# E2E_XDND_OWNER (the xdnd-owner program, for the offer commands).
-# Its exit status is 0 when every action succeeded, 1 otherwise; SIGTERM
-# ends it.
+# Plays the user beside the browser for an end-to-end page (with-driver.sh
+# starts it on the browser's display, in the private home): it answers
+# panels with real key presses (xdotool), offers drags (xdnd-owner) and
+# clicks. The page prints "DRIVE: ID|COMMAND|ARG..." (driver-page.js); the
+# driver reads those lines from $E2E_CONSOLE in order and writes its answer,
+# "ok [VALUE]" or "failed REASON", to $HOME/.e2e-driver/ID. "~/" paths are
+# in the private home. TITLE is a window's exact title; waits are bounded.
+#   hello | choose TITLE PATH | choose-in TITLE FOLDER N (its first N entries)
+#   save TITLE PATH | cancel TITLE (Escape) | dismiss TITLE (Return)
+#   shown TITLE [MS] | gone TITLE [MS] | absent TITLE MS
+#   offer PATH... (text/uri-list) | offer-text TEXT (UTF8_STRING) | offer-stop
+#   owner ("ok cleared" once the drag's selection was cleared within 2 s)
+#   click X Y (in the browser's window)
+# make_files below lays out the test files under ~/e2e. Exit status 0 when
+# every action succeeded.
 set -uo pipefail
 
 console="${E2E_CONSOLE:?E2E_CONSOLE is not set}"
@@ -76,8 +48,6 @@ make_files() {
   find "$e" -exec touch -d "2021-03-04 05:06:07 UTC" {} +
 }
 
-# --- X windows -------------------------------------------------------------
-
 xdo() { timeout 10 xdotool "$@" 2>/dev/null; }
 
 # The visible windows titled exactly $1, one id per line.
@@ -88,38 +58,27 @@ find_windows() {
 }
 find_window() { find_windows "$1" | head -n 1; }
 
+# Runs COMMAND every 0.1 s until it succeeds, for at most $1 ms.
+retry() {
+  local deadline=$(( $(now_ms) + $1 ))
+  shift
+  until "$@"; do
+    [ "$(now_ms)" -lt "$deadline" ] || return 1
+    sleep 0.1
+  done
+}
+window_shows() { window_id="$(find_window "$1")"; [ -n "$window_id" ]; }
+window_gone() { ! window_shows "$1"; }
 # Waits up to $2 ms (default 20000) for window $1; prints its id.
-wait_window() {
-  local deadline=$(( $(now_ms) + ${2:-20000} )) id
-  while :; do
-    id="$(find_window "$1")"
-    if [ -n "$id" ]; then printf '%s' "$id"; return 0; fi
-    [ "$(now_ms)" -lt "$deadline" ] || return 1
-    sleep 0.1
-  done
-}
-
-wait_gone() {
-  local deadline=$(( $(now_ms) + ${2:-10000} ))
-  while [ -n "$(find_window "$1")" ]; do
-    [ "$(now_ms)" -lt "$deadline" ] || return 1
-    sleep 0.1
-  done
-  return 0
-}
+wait_window() { retry "${2:-20000}" window_shows "$1" && printf '%s' "$window_id"; }
 
 # Waits up to $2 ms for the panel $panel_id titled $1 to go. The page may
 # open its next panel of the same title at once, and the X server gives the
 # next program the same window ids: the panel is its process's window.
-panel_gone() {
-  local deadline=$(( $(now_ms) + ${2:-10000} ))
-  while find_windows "$1" | grep -qx "$panel_id" &&
-        [ "$(xdo getwindowpid "$panel_id")" = "$panel_pid" ]; do
-    [ "$(now_ms)" -lt "$deadline" ] || return 1
-    sleep 0.1
-  done
-  return 0
+panel_left() {
+  ! find_windows "$1" | grep -qx "$panel_id" || [ "$(xdo getwindowpid "$panel_id")" != "$panel_pid" ]
 }
+panel_gone() { retry "${2:-10000}" panel_left "$1"; }
 
 # Gives window $1 the keyboard: there is no window manager to do it.
 focus() {
@@ -157,8 +116,6 @@ accept_with_return() {
   return 1
 }
 
-# --- drag source -------------------------------------------------------------
-
 stop_owner() {
   if [ -n "$owner_pid" ]; then
     kill -TERM "$owner_pid" 2>/dev/null
@@ -174,17 +131,10 @@ start_owner() {
   : > "$owner_out"
   "$xdnd_owner" --lifetime-ms 120000 "$@" > "$owner_out" 2>&1 &
   owner_pid=$!
-  local deadline=$(( $(now_ms) + 10000 ))
-  until grep -qx ready "$owner_out"; do
-    if ! kill -0 "$owner_pid" 2>/dev/null || [ "$(now_ms)" -ge "$deadline" ]; then
-      reply="xdnd-owner did not get ready: $(tr '\n' ' ' < "$owner_out")"
-      return 1
-    fi
-    sleep 0.05
-  done
+  retry 10000 owner_started && grep -qx ready "$owner_out" ||
+    { reply="xdnd-owner did not get ready: $(tr '\n' ' ' < "$owner_out")"; return 1; }
 }
-
-# --- commands ----------------------------------------------------------------
+owner_started() { grep -qx ready "$owner_out" || ! kill -0 "$owner_pid" 2>/dev/null; }
 
 # Waits for panel $1 and focuses it; its window and process go to
 # $panel_id and $panel_pid.
@@ -197,30 +147,21 @@ panel() {
 # Runs one command in this shell (the drag source must outlive it); leaves
 # the answer's value, or the reason for failing, in $reply.
 perform() {
-  local command="$1" path n list id deadline
+  local command="$1" path n list id
   shift
   reply=""
   case "$command" in
     hello) ;;
-    choose)
+    choose|choose-in|save)
       panel "$1" || return 1
-      keys ctrl+l
-      type_text "$(expand "$2")"
-      accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
-    choose-in)
-      panel "$1" || return 1
-      keys ctrl+l
-      type_text "$(expand "$2")/"
-      sleep 0.4
-      keys Return
-      # Into the folder, where its first entry is selected; add the next.
-      sleep 0.8
-      for ((n = 1; n < $3; n++)); do keys shift+Down; done
-      accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
-    save)
-      panel "$1" || return 1
-      keys ctrl+a
-      type_text "$(expand "$2")"
+      if [ "$command" = save ]; then keys ctrl+a; else keys ctrl+l; fi
+      if [ "$command" = choose-in ]; then
+        # Into the folder, where its first entry is selected; add the next.
+        type_text "$(expand "$2")/"; sleep 0.4; keys Return; sleep 0.8
+        for ((n = 1; n < $3; n++)); do keys shift+Down; done
+      else
+        type_text "$(expand "$2")"
+      fi
       accept_with_return "$1" || { reply="\"$1\" did not close"; return 1; } ;;
     cancel|dismiss)
       panel "$1" || return 1
@@ -229,7 +170,7 @@ perform() {
     shown)
       wait_window "$1" "${2:-20000}" > /dev/null || { reply="no window \"$1\""; return 1; } ;;
     gone)
-      wait_gone "$1" "${2:-10000}" || { reply="\"$1\" still shows"; return 1; } ;;
+      retry "${2:-10000}" window_gone "$1" || { reply="\"$1\" still shows"; return 1; } ;;
     absent)
       if wait_window "$1" "${2:-2000}" > /dev/null; then reply="a window \"$1\" showed"; return 1; fi ;;
     offer)
@@ -240,12 +181,7 @@ perform() {
       start_owner --text "$(expand "$1")" ;;
     owner)
       [ -n "$owner_pid" ] || { reply="no drag source"; return 1; }
-      deadline=$(( $(now_ms) + 2000 ))
-      reply=cleared
-      until grep -qx cleared "$owner_out"; do
-        if [ "$(now_ms)" -ge "$deadline" ]; then reply=owning; break; fi
-        sleep 0.05
-      done ;;
+      if retry 2000 grep -qx cleared "$owner_out"; then reply=cleared; else reply=owning; fi ;;
     offer-stop) stop_owner ;;
     click)
       id="$(wait_window corvane-browser 5000)" || { reply="no browser window"; return 1; }
@@ -262,8 +198,7 @@ finish() {
   stop_owner
   [ -z "$tail_pid" ] || kill "$tail_pid" 2>/dev/null
   log "done, $failures failed"
-  [ "$failures" = 0 ] && exit 0
-  exit 1
+  exit $((failures > 0))
 }
 trap finish TERM INT
 
@@ -280,12 +215,11 @@ while IFS= read -r line <&3; do
   case "$id" in ''|*/*|.*) log "bad request: $line"; failures=$((failures + 1)); continue ;; esac
   log "$id: ${fields[*]:1}"
   if perform "${fields[@]:1}"; then
-    answer "$id" "ok${reply:+ $reply}"
-    log "$id: ok${reply:+ $reply}"
+    result="ok${reply:+ $reply}"
   else
-    failures=$((failures + 1))
-    answer "$id" "failed ${reply:-no reason}"
-    log "$id: failed ${reply:-no reason}"
+    failures=$((failures + 1)) result="failed ${reply:-no reason}"
   fi
+  answer "$id" "$result"
+  log "$id: $result"
 done
 finish

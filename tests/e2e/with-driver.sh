@@ -1,21 +1,14 @@
 #!/usr/bin/env bash
-# Runs COMMAND (the browser) with a driver beside it on the same X display:
-# run-page.sh puts this between run-headless.sh and corvane-browser, so that
-# the driver sees the browser's Xvfb, which only exists once xvfb-run runs.
-#
-# usage: with-driver.sh --driver CMD --log FILE --status FILE -- COMMAND [ARGS...]
-#   --driver CMD   shell command started first, in a process group of its
-#                  own; SIGTERM after COMMAND has ended, SIGKILL for the
-#                  whole group 10 s later
-#   --log FILE     the driver's standard output and error
-#   --status FILE  receives the driver's exit status
-# The panels that the plug-in starts and the driver inherit a quiet GTK
-# environment (no accessibility bus, no session bus, local files only) and
-# TZ=UTC, so that file dates print the same everywhere.
-# The exit status is COMMAND's.
+# usage: with-driver.sh --driver CMD --log FILE --status FILE -- COMMAND...
+# Runs COMMAND (the browser) with the shell command CMD beside it on the
+# same X display: run-page.sh puts this inside the xvfb-run, whose display
+# only exists from then on. The driver runs in a process group of its own,
+# gets SIGTERM once COMMAND has ended and the group SIGKILL 10 s later; its
+# output goes to --log and its exit status to --status. Panels and driver
+# get a quiet GTK environment (no accessibility or session bus, local files
+# only) and TZ=UTC, so that file dates print the same everywhere. The exit
+# status is COMMAND's.
 set -uo pipefail
-
-die() { echo "with-driver: $*" >&2; exit 2; }
 
 driver="" log="" status_file=""
 while [ $# -gt 0 ]; do
@@ -24,11 +17,11 @@ while [ $# -gt 0 ]; do
     --log) log="$2"; shift 2 ;;
     --status) status_file="$2"; shift 2 ;;
     --) shift; break ;;
-    *) die "unknown argument $1" ;;
+    *) echo "with-driver: unknown argument $1" >&2; exit 2 ;;
   esac
 done
-[ -n "$driver" ] && [ -n "$log" ] && [ -n "$status_file" ] || die "--driver, --log and --status are needed"
-[ $# -gt 0 ] || die "no command given"
+[ -n "$driver" ] && [ -n "$log" ] && [ -n "$status_file" ] && [ $# -gt 0 ] ||
+  { echo "with-driver: --driver, --log, --status and a command are needed" >&2; exit 2; }
 
 export NO_AT_BRIDGE=1 GIO_USE_VFS=local TZ=UTC
 export DBUS_SESSION_BUS_ADDRESS="unix:path=$HOME/.no-session-bus"

@@ -1,13 +1,7 @@
-// The page's side of driver.sh, for pages that need a user: someone to
-// answer the plug-in's panels, drag files or click. Load it after
-// plugin-page.js; the test must be registered with DRIVER.
-//
-// Driver.act("choose", "Open File", "~/e2e/files/alpha.txt") prints one
-// "DRIVE: ..." line, which the driver reads from the console and acts on;
-// it answers through a file in the private home, which the page reads back
-// (run-page.sh gives the page the home's path in its URL). Paths starting
-// with "~/" are in the private home; run-page.sh prints the home's path as
-// "~" in the compared lines.
+// The page's side of driver.sh (pages registered with DRIVER): a request
+// is one "DRIVE: ..." console line; the answer comes back as a file in the
+// private home, whose path the page gets in its URL. "~/" paths are in that
+// home, and the compared lines show it as "~".
 var Driver = (function () {
     "use strict";
 
@@ -15,12 +9,10 @@ var Driver = (function () {
     var home = match ? decodeURIComponent(match[1]) : "";
     var counter = 0;
 
-    // The path in the private home for "~/..."; others as they are.
     function path(text) {
         return text === "~" || text.indexOf("~/") === 0 ? home + text.substring(1) : text;
     }
 
-    // The driver's answer to request `id`, "" while there is none.
     function answerOf(id) {
         var request = new XMLHttpRequest();
         try {
@@ -32,8 +24,25 @@ var Driver = (function () {
         return (request.responseText || "").replace(/\n$/, "");
     }
 
-    // Asks the driver for `command` with the arguments that follow; answers
-    // the request's id at once, without waiting for the driver.
+    function readFile(text) {
+        var request = new XMLHttpRequest();
+        request.open("GET", "file://" + path(text) + "?" + Date.now(), false);
+        request.send(null);
+        return request.responseText;
+    }
+    // What kestrix-sim --record sim-record.txt received, request by request.
+    function recorded() {
+        var record = readFile("~/sim-record.txt");
+        var requests = [];
+        var header = /--- kestrix-sim request \d+: (\d+) bytes ---\n/g;
+        var match;
+        while ((match = header.exec(record))) requests.push(record.substr(header.lastIndex, Number(match[1])));
+        return requests;
+    }
+    function transfers(plugin) {
+        return JSON.parse(plugin.kestrixHttpRequest("GET", "/sim/state", "")).transfers;
+    }
+    // Answers the request's id at once, without waiting for the driver.
     function request(command) {
         if (!home) {
             E2E.fail("no ?home= in the page's URL: register the page with DRIVER");
@@ -46,8 +55,6 @@ var Driver = (function () {
         return id;
     }
 
-    // Calls then(value) once the driver answered request `id` with "ok" or
-    // "ok VALUE"; a failed request or no answer within ms fails the page.
     function await_(id, ms, then) {
         var answer = "";
         E2E.waitFor("the driver's answer to " + id, ms, function () {
@@ -62,19 +69,23 @@ var Driver = (function () {
         });
     }
 
-    // request() and then await_() with a 30 s limit; the last argument is
-    // the function to call with the answer's value.
+    // The last argument is called with the answer's value.
     function act() {
         var args = Array.prototype.slice.call(arguments);
         var then = args.pop();
         await_(request.apply(null, args), 30000, then);
     }
 
-    return {
-        home: function () { return home; },
-        path: path,
-        request: request,
-        await: await_,
-        act: act,
-    };
+    // Each step is called with the function that starts the next.
+    function run(steps) {
+        act("hello", function () {
+            var index = 0;
+            (function next() {
+                if (index < steps.length) steps[index++](next);
+                else E2E.pass();
+            })();
+        });
+    }
+    return { run: run, home: function () { return home; }, path: path, readFile: readFile, recorded: recorded,
+        transfers: transfers, request: request, await: await_, act: act };
 })();

@@ -1,11 +1,6 @@
-// Shared by the end-to-end pages that drive the Corvane Web plug-in.
-//
-// A page prints each result as one "E2E: <what> -> <result>" line; the test
-// compares those lines with the page's expected text. Results are printed as
-// they are when they are one-line strings, JSON-quoted ("json:" prefix) when
-// they span lines, and as (undefined), (null), (number 5)... otherwise. The
-// page's own verdict only says whether it ran to its end: the values are
-// judged by the comparison.
+// Shared by the plug-in's pages: each result is one "E2E: <what> -> <result>"
+// line, compared with the page's expected text; the verdict only says that
+// the page ran to its end. Strings with line breaks print JSON-quoted.
 var E2E = (function () {
     "use strict";
 
@@ -27,8 +22,7 @@ var E2E = (function () {
         print(what + " -> " + describe(value));
     }
 
-    // Runs call(); prints its result, or "script error" when the browser
-    // raised one (a method that refused its arguments).
+    // "script error": the method refused its arguments.
     function attempt(what, call) {
         var result;
         try {
@@ -38,6 +32,25 @@ var E2E = (function () {
             return;
         }
         show(what, result);
+    }
+
+    // Plug-in methods are no script functions: no apply().
+    function invoke(plugin, name, a) {
+        switch (a.length) {
+            case 0: return plugin[name]();
+            case 1: return plugin[name](a[0]);
+            case 2: return plugin[name](a[0], a[1]);
+            case 3: return plugin[name](a[0], a[1], a[2]);
+            case 4: return plugin[name](a[0], a[1], a[2], a[3]);
+            case 5: return plugin[name](a[0], a[1], a[2], a[3], a[4]);
+            default: return plugin[name](a[0], a[1], a[2], a[3], a[4], a[5]);
+        }
+    }
+
+    // Prints name("a", 1, {}, function) -> result.
+    function call(plugin, name, args) {
+        var text = args.map(function (a) { return typeof a === "function" ? "function" : JSON.stringify(a); });
+        attempt(name + "(" + text.join(", ") + ")", function () { return invoke(plugin, name, args); });
     }
 
     function pass() {
@@ -52,8 +65,6 @@ var E2E = (function () {
         console.log("VERDICT: FAIL " + why);
     }
 
-    // The plug-in element with the given id (default "corvane"); fails the
-    // page when no plug-in answers there.
     function plugin(id) {
         var element = document.getElementById(id || "corvane");
         if (!element || typeof element.queryVersion !== "function") {
@@ -63,8 +74,6 @@ var E2E = (function () {
         return element;
     }
 
-    // Calls check() every 50 ms until it answers true, then then(); fails
-    // the page after ms milliseconds.
     function waitFor(what, ms, check, then) {
         var started = Date.now();
         var timer = setInterval(function () {
@@ -86,7 +95,6 @@ var E2E = (function () {
         }, 50);
     }
 
-    // Runs the page's steps after the load event; an uncaught error fails it.
     function run(steps) {
         window.onerror = function (message, source, line) {
             fail("script error: " + message + " (line " + line + ")");
@@ -100,15 +108,6 @@ var E2E = (function () {
         });
     }
 
-    return {
-        print: print,
-        describe: describe,
-        show: show,
-        attempt: attempt,
-        pass: pass,
-        fail: fail,
-        plugin: plugin,
-        waitFor: waitFor,
-        run: run,
-    };
+    return { print: print, describe: describe, show: show, attempt: attempt, invoke: invoke, call: call, pass: pass, fail: fail,
+        plugin: plugin, waitFor: waitFor, run: run };
 })();

@@ -2,6 +2,10 @@
 var View = (function () {
     "use strict";
 
+    // The layout the screenshot checks in CMakeLists.txt assume.
+    document.write("<style>body { margin: 0; background: #FFFFFF; } embed { position: absolute; }" +
+        " #text { left: 0; top: 0; } #picture { left: 320px; top: 0; } #relative { left: 0; top: 220px; }</style>");
+
     // The "image" parameter must be the full URL the browser reports for
     // the stream, so the element with the picture is made here.
     function addPicture(then) {
@@ -18,8 +22,7 @@ var View = (function () {
         }, then);
     }
 
-    // Has the driver click at x,y (window coordinates, here the page's) in
-    // the element `id`, and waits until the page has seen the press.
+    // x,y: window coordinates, here the page's.
     function click(id, x, y, then) {
         var pressed = false;
         var element = document.getElementById(id);

@@ -1,29 +1,17 @@
-// Runs one end-to-end page in a real browser (headless Chromium or Firefox)
-// through the Corvane Web extension and corvane-web-host, against
-// kestrix-sim, with a private home, profile and host manifest; compares the
-// page's "E2E: " lines with the expected text.
-//
 // usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE
 //          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
-//          [--timeout-ms N] [--driver DRIVER_SH] [--prefix TEXT] [--home-query]
-//          [--setup SHELL_COMMAND] [--sim-args "ARG ..."] [--screenshot FILE]
-// --prefix: the lines compared (default "E2E: "); without --expected they
-// are only printed and the page's verdict decides. --home-query gives the
-// page home=<the private home>; --setup runs in that home before the
-// simulator starts (with --sim-args).
-// The page is served from its folder by a server on 127.0.0.1 whose origin
-// is the one allowed; a second server on 127.0.0.2 serves the same folder
-// from an origin that is not. The page gets in its query:
-// other=<the unlisted origin>, body=<length>:<sha-256 hex> of the sim's
-// /sim/body?bytes=<length> answer. A page line "E2E-ACTION: kill-host"
-// makes the runner kill the page's host processes (by their process ids,
-// children of this browser only).
-// With --driver, the browser (and so the host and its panels) gets an Xvfb
-// display of its own and tests/e2e/driver.sh plays the user beside it: a
-// page line "DRIVE: ID|COMMAND|ARG..." reaches the driver, and its answer
-// comes back as window.e2eDriven(ID, ANSWER). Such a page also gets
-// home=<the private home> and big=<length>:<sha-256 hex> of ~/e2e/big.bin,
-// a file of 50 MiB made here.
+//          [--timeout-ms N] [--driver DRIVER_SH] [--prefix TEXT]
+// Runs one page in headless Chromium or Firefox through the extension and
+// corvane-web-host, against kestrix-sim, with a private home, profile and
+// host manifest; compares the page's lines starting with --prefix (default
+// "E2E: ") with the expected text. The page is served from its folder on
+// 127.0.0.1 (the allowed origin) and on 127.0.0.2 (another origin) and
+// gets in its query other=<that origin> and body=<length>:<sha-256> of the
+// sim's /sim/body answer. "E2E-ACTION: kill-host" kills this browser's host
+// processes. With --driver the browser gets an Xvfb display of its own and
+// driver.sh plays the user: "DRIVE: ID|..." lines reach it, its answer
+// comes back as window.e2eDriven(ID, ANSWER); the page also gets
+// home=<the private home> and big=<length>:<sha-256> of ~/e2e/big.bin (50 MiB).
 import { spawn, spawnSync } from 'node:child_process';
 import { createHash, randomFillSync } from 'node:crypto';
 import fs from 'node:fs';
@@ -39,12 +27,8 @@ const BIG_BYTES = 50 * 1024 * 1024;
 const children = [];
 
 const opts = { 'timeout-ms': '60000', prefix: 'E2E: ' };
-const flags = new Set(['home-query']);
-for (let i = 2; i < process.argv.length; i++) {
-  const name = process.argv[i].replace(/^--/, '');
-  opts[name] = flags.has(name) ? true : process.argv[++i];
-}
-for (const need of ['browser', 'page', 'out', 'host', 'sim', 'webext'])
+for (let i = 2; i < process.argv.length; i += 2) opts[process.argv[i].replace(/^--/, '')] = process.argv[i + 1];
+for (const need of ['browser', 'page', 'expected', 'out', 'host', 'sim', 'webext'])
   if (!opts[need]) fail(`--${need} is missing`, 2);
 
 function fail(text, status = 1) {
@@ -107,10 +91,7 @@ function hostProcesses(browserPid) {
 }
 
 async function main() {
-  // The simulated local client, in the private home.
-  if (opts.setup) spawnSync('/bin/sh', ['-c', opts.setup], { cwd: home, env, stdio: 'inherit' });
-  const simArgs = opts['sim-args'] ? opts['sim-args'].split(' ').filter(Boolean) : [];
-  const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet', ...simArgs], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet'], { env, stdio: ['ignore', 'pipe', 'inherit'] });
   const simUrl = await new Promise((resolve, reject) => {
     let text = '';
     sim.stdout.on('data', (d) => {
@@ -186,9 +167,8 @@ async function main() {
 
   const page = await browser.newPage();
   const browserPid = browser.process().pid;
-  // Every console line of the page, from its first script on: a preload
-  // script keeps them, and the runner collects them (console events of a
-  // page that is still loading can be missed).
+  // A preload script keeps the console lines, as console events of a page
+  // that is still loading can be missed.
   await page.evaluateOnNewDocument(() => {
     const kept = [];
     Object.defineProperty(window, '__e2eLines', { value: kept });
@@ -226,7 +206,7 @@ async function main() {
   page.on('pageerror', (error) => lines.push('page error: ' + error.message));
 
   // The content scripts are registered when the extension starts: give it a moment.
-  const homeQuery = opts.driver || opts['home-query'] ? `&home=${encodeURIComponent(home)}` : '';
+  const homeQuery = opts.driver ? `&home=${encodeURIComponent(home)}` : '';
   const query = `other=${encodeURIComponent(otherOrigin)}&body=${BODY_BYTES}:${bodyHash}${bigQuery}${homeQuery}`;
   const target = `${allowedOrigin}/${path.basename(opts.page)}?${query}`;
   const deadline = Date.now() + Number(opts['timeout-ms']);
@@ -239,31 +219,21 @@ async function main() {
     await collect();
     await new Promise((r) => setTimeout(r, 50));
   }
-  if (opts.screenshot) await page.screenshot({ path: opts.screenshot }).catch(() => {});
   await browser.close().catch(() => {});
   allowed.close();
   other.close();
   sim.kill('SIGTERM');
-  if (driver) {
-    try {
-      process.kill(-driver.pid, 'SIGTERM');
-    } catch (e) {}
-  }
+  try {
+    if (driver) process.kill(-driver.pid, 'SIGTERM');
+  } catch (e) {}
   for (const child of children) child.kill('SIGTERM');
 
   fs.writeFileSync(path.join(out, 'console.txt'), lines.join('\n') + '\n');
   const actual = lines.filter((l) => l.startsWith(opts.prefix)).map((l) => l + '\n').join('');
   fs.writeFileSync(path.join(out, 'actual.txt'), actual);
-  let failed = false;
-  if (opts.expected) {
-    const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
-    if (diff.status !== 0) {
-      console.error(diff.stdout);
-      failed = true;
-    }
-  } else {
-    process.stdout.write(actual);
-  }
+  const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
+  let failed = diff.status !== 0;
+  if (failed) console.error(diff.stdout);
   if (verdict !== 'VERDICT: PASS') {
     console.error('run-webext-page: verdict: ' + (verdict || 'none (timed out)'));
     failed = true;
