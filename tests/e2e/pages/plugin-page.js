@@ -53,16 +53,24 @@ var E2E = (function () {
         attempt(name + "(" + text.join(", ") + ")", function () { return invoke(plugin, name, args); });
     }
 
-    function pass() {
-        if (finished) return;
+    function verdict(line) {
+        if (!finished) console.log(line);
         finished = true;
-        console.log("VERDICT: PASS");
     }
+    function pass() { verdict("VERDICT: PASS"); }
+    function fail(why) { verdict("VERDICT: FAIL " + why); }
 
-    function fail(why) {
-        if (finished) return;
-        finished = true;
-        console.log("VERDICT: FAIL " + why);
+    // Adds a plug-in element with these attributes to `parent` (default the
+    // body); then(element) once the plug-in answers in it, if given.
+    function embed(id, attributes, then, parent) {
+        var element = document.createElement("embed");
+        element.id = id;
+        element.setAttribute("type", "application/x-corvane-web");
+        for (var name in attributes) element.setAttribute(name, attributes[name]);
+        (parent || document.body).appendChild(element);
+        if (then) waitFor("the plug-in in #" + id, 10000, function () { return typeof element.queryVersion === "function"; },
+            function () { then(element); });
+        return element;
     }
 
     function plugin(id) {
@@ -109,5 +117,5 @@ var E2E = (function () {
     }
 
     return { print: print, describe: describe, show: show, attempt: attempt, invoke: invoke, call: call, pass: pass, fail: fail,
-        plugin: plugin, waitFor: waitFor, run: run };
+        plugin: plugin, embed: embed, waitFor: waitFor, run: run };
 })();

@@ -10,16 +10,7 @@ var View = (function () {
     // the stream, so the element with the picture is made here.
     function addPicture(then) {
         var folder = location.protocol + "//" + location.host + location.pathname.replace(/[^\/]*$/, "");
-        var element = document.createElement("embed");
-        element.id = "picture";
-        element.setAttribute("type", "application/x-corvane-web");
-        element.setAttribute("width", "300");
-        element.setAttribute("height", "200");
-        element.setAttribute("image", folder + "plugin-view-solid.jpg");
-        document.body.appendChild(element);
-        E2E.waitFor("the plug-in in #picture", 10000, function () {
-            return typeof element.queryVersion === "function";
-        }, then);
+        E2E.embed("picture", { width: 300, height: 200, image: folder + "plugin-view-solid.jpg" }, function () { then(); });
     }
 
     // x,y: window coordinates, here the page's.
