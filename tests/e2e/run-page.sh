@@ -3,34 +3,25 @@
 # and compares what the page printed with the expected text.
 #
 # usage: run-page.sh --runner RUN_HEADLESS --browser BROWSER --page PAGE
-#                    --expected FILE --out DIR [--filter REGEX | --all-lines]
-#                    [--exit N] [--timeout-ms N] [--install FILE]...
-#                    [--background CMD] [--wait-for PATH]
+#                    --expected FILE --out DIR [--filter REGEX] [--timeout-ms N]
+#                    [--install FILE]... [--background CMD] [--wait-for PATH]
 #                    [--driver CMD] [--check PROGRAM [--check-arg ARG]...]
-# DIR is emptied and then keeps the run: console.txt (everything the page
-# printed), actual.txt (the lines compared), screenshot.png and home/ (the
-# private home, with the plug-in's log). Before filtering, the page folder's
-# file:// URL is cut out of every line, so script error lines read
-# "page.html:LINE" wherever the tree lives, and the private home's path
-# becomes "~".
-#
-# --driver CMD starts the shell command CMD beside the browser, on its X
-# display (with-driver.sh), with E2E_CONSOLE naming console.txt as the
-# browser writes it; its output goes to driver.txt and it must end with
-# status 0. The page then gets the private home as "?home=PATH" in its URL
-# (see driver.sh and driver-page.js).
-# --check PROGRAM runs PROGRAM ARG... screenshot.png after the browser; it
-# must end with status 0 (its output: check.txt).
+# DIR is emptied and then keeps the run: console.txt, actual.txt (the lines
+# compared, the page folder's URL cut out and the private home shown as
+# "~"), screenshot.png and home/. --driver CMD runs beside the browser on its
+# display (with-driver.sh; output in driver.txt, must end with 0), and the
+# page gets the private home as "?home=PATH". --check PROGRAM runs PROGRAM
+# ARG... screenshot.png afterwards; it must end with 0 (output in check.txt).
 set -uo pipefail
 
-die() { echo "run-page: $*" >&2; exit 2; }
+die() { echo "run-page: $1" >&2; exit "${2:-2}"; }
 
 runner="" browser="" page="" expected="" out=""
-filter="^E2E: " want_exit=0 timeout_ms=30000
+filter="^E2E: " timeout_ms=30000
 runner_args=()
 driver="" check=()
 while [ $# -gt 0 ]; do
-  [ $# -ge 2 ] || [ "$1" = --all-lines ] || die "$1 needs a value"
+  [ $# -ge 2 ] || die "$1 needs a value"
   case "$1" in
     --runner) runner="$2"; shift 2 ;;
     --browser) browser="$2"; shift 2 ;;
@@ -38,8 +29,6 @@ while [ $# -gt 0 ]; do
     --expected) expected="$2"; shift 2 ;;
     --out) out="$2"; shift 2 ;;
     --filter) filter="$2"; shift 2 ;;
-    --all-lines) filter=""; shift ;;
-    --exit) want_exit="$2"; shift 2 ;;
     --timeout-ms) timeout_ms="$2"; shift 2 ;;
     --install|--background|--wait-for) runner_args+=("$1" "$2"); shift 2 ;;
     --driver) driver="$2"; shift 2 ;;
@@ -83,37 +72,23 @@ page_dir_url="file://$(dirname "$page")/"
 while IFS= read -r line || [ -n "$line" ]; do
   line="${line//"$page_dir_url"/}"
   line="${line//"$home"/"~"}"
-  if [ -z "$filter" ] || [[ "$line" =~ $filter ]]; then
-    printf '%s\n' "$line"
-  fi
+  [[ "$line" =~ $filter ]] && printf '%s\n' "$line"
 done < "$out/console.txt" > "$out/actual.txt"
 
 failed=0
-if [ "$status" != "$want_exit" ]; then
-  echo "run-page: corvane-browser exited with $status, expected $want_exit" >&2
+fail() {  # message [file to show]
+  echo "run-page: $1" >&2
+  [ -z "${2:-}" ] || sed 's/^/  | /' "$2" >&2
   failed=1
-fi
-if ! diff -u --label expected --label actual "$expected" "$out/actual.txt" >&2; then
-  echo "run-page: the page's output differs from $expected" >&2
-  failed=1
-fi
-if [ -n "$driver" ]; then
-  driver_status="$(cat "$out/driver-status" 2>/dev/null)"
-  if [ "$driver_status" != 0 ]; then
-    echo "run-page: the driver failed (status ${driver_status:-unknown}):" >&2
-    sed 's/^/  | /' "$out/driver.txt" >&2
-    failed=1
-  fi
+}
+[ "$status" = 0 ] || fail "corvane-browser exited with $status"
+diff -u --label expected --label actual "$expected" "$out/actual.txt" >&2 ||
+  fail "the page's output differs from $expected"
+if [ -n "$driver" ] && [ "$(cat "$out/driver-status" 2>/dev/null)" != 0 ]; then
+  fail "the driver failed (status $(cat "$out/driver-status" 2>/dev/null || echo unknown)):" "$out/driver.txt"
 fi
 if [ ${#check[@]} -gt 0 ]; then
-  if [ ! -f "$out/screenshot.png" ]; then
-    echo "run-page: no screenshot to check" >&2
-    failed=1
-  elif ! "${check[@]}" "$out/screenshot.png" > "$out/check.txt" 2>&1; then
-    echo "run-page: the screenshot check failed:" >&2
-    sed 's/^/  | /' "$out/check.txt" >&2
-    failed=1
-  fi
+  "${check[@]}" "$out/screenshot.png" > "$out/check.txt" 2>&1 || fail "the screenshot check failed:" "$out/check.txt"
 fi
 # Any error counts, and any leak with a frame of ours above the allocator.
 # A leak whose whole stack lies in system libraries is QtWebKit's, cairo's,
@@ -131,10 +106,4 @@ for report in "$out"/san.*; do
     failed=1
   fi
 done
-if [ "$failed" = 1 ]; then
-  echo "run-page: everything the page printed:" >&2
-  sed 's/^/  | /' "$out/console.txt" >&2
-  echo "run-page: the run is kept in $out" >&2
-  exit 1
-fi
-exit 0
+[ "$failed" = 0 ] || { fail "everything the page printed:" "$out/console.txt"; die "the run is kept in $out" 1; }

@@ -1,7 +1,6 @@
-// The page's side of driver.sh (pages registered with DRIVER): a request
-// is one "DRIVE: ..." console line; the answer comes back as a file in the
-// private home, whose path the page gets in its URL. "~/" paths are in that
-// home, and the compared lines show it as "~".
+// The page's side of driver.sh: a request is one "DRIVE: ..." console line,
+// the answer a file in the private home, whose path the page gets in its URL
+// ("~/" paths are in it, and the compared lines show it as "~").
 var Driver = (function () {
     "use strict";
 
@@ -42,7 +41,7 @@ var Driver = (function () {
     function transfers(plugin) {
         return JSON.parse(plugin.kestrixHttpRequest("GET", "/sim/state", "")).transfers;
     }
-    // Answers the request's id at once, without waiting for the driver.
+    // Returns the request's id at once, without waiting for the answer.
     function request(command) {
         if (!home) {
             E2E.fail("no ?home= in the page's URL: register the page with DRIVER");
@@ -86,6 +85,6 @@ var Driver = (function () {
             })();
         });
     }
-    return { run: run, home: function () { return home; }, path: path, readFile: readFile, recorded: recorded,
+    return { run: run, path: path, readFile: readFile, recorded: recorded,
         transfers: transfers, request: request, await: await_, act: act };
 })();

@@ -1,6 +1,5 @@
-// Shared by the plug-in's pages: each result is one "E2E: <what> -> <result>"
-// line, compared with the page's expected text; the verdict only says that
-// the page ran to its end. Strings with line breaks print JSON-quoted.
+// Shared by the plug-in's pages: each result is one "E2E: <what> -> <result>" line
+// (line breaks JSON-quoted); the verdict only says that the page ran to its end.
 var E2E = (function () {
     "use strict";
 
@@ -21,6 +20,15 @@ var E2E = (function () {
     function show(what, value) {
         print(what + " -> " + describe(value));
     }
+    // Strings quoted, so that an empty one shows.
+    function quoted(what, value) {
+        print(what + " -> " + (typeof value === "string" ? JSON.stringify(value) : describe(value)));
+    }
+    // Removes the element's box "<id>-box", and with it the plug-in instance.
+    function remove(id) {
+        var box = document.getElementById(id + "-box");
+        box.parentNode.removeChild(box);
+    }
 
     // "script error": the method refused its arguments.
     function attempt(what, call) {
@@ -36,18 +44,10 @@ var E2E = (function () {
 
     // Plug-in methods are no script functions: no apply().
     function invoke(plugin, name, a) {
-        switch (a.length) {
-            case 0: return plugin[name]();
-            case 1: return plugin[name](a[0]);
-            case 2: return plugin[name](a[0], a[1]);
-            case 3: return plugin[name](a[0], a[1], a[2]);
-            case 4: return plugin[name](a[0], a[1], a[2], a[3]);
-            case 5: return plugin[name](a[0], a[1], a[2], a[3], a[4]);
-            default: return plugin[name](a[0], a[1], a[2], a[3], a[4], a[5]);
-        }
+        var list = a.map(function (_, i) { return "a[" + i + "]"; }).join(", ");
+        return new Function("p", "a", "return p[" + JSON.stringify(name) + "](" + list + ");")(plugin, a);
     }
 
-    // Prints name("a", 1, {}, function) -> result.
     function call(plugin, name, args) {
         var text = args.map(function (a) { return typeof a === "function" ? "function" : JSON.stringify(a); });
         attempt(name + "(" + text.join(", ") + ")", function () { return invoke(plugin, name, args); });
@@ -116,6 +116,6 @@ var E2E = (function () {
         });
     }
 
-    return { print: print, describe: describe, show: show, attempt: attempt, invoke: invoke, call: call, pass: pass, fail: fail,
+    return { print: print, describe: describe, show: show, quoted: quoted, remove: remove, attempt: attempt, invoke: invoke, call: call, pass: pass, fail: fail,
         plugin: plugin, embed: embed, waitFor: waitFor, run: run };
 })();

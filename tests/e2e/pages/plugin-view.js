@@ -1,4 +1,3 @@
-// Shared by the pages that look at what the plug-in draws.
 var View = (function () {
     "use strict";
 
@@ -26,5 +25,20 @@ var View = (function () {
         });
     }
 
-    return { addPicture: addPicture, click: click };
+    // #text and #picture, then each click [id, x, y]; then the screenshot.
+    function run(clicks) {
+        E2E.run(function () {
+            E2E.plugin("text");
+            addPicture(function () {
+                // Time for the picture's stream to arrive and be painted.
+                setTimeout(function next() {
+                    var c = clicks.shift();
+                    if (c) click(c[0], c[1], c[2], next);
+                    else setTimeout(E2E.pass, 500);
+                }, 1500);
+            });
+        });
+    }
+
+    return { run: run };
 })();

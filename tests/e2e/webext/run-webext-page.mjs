@@ -1,17 +1,11 @@
-// usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE
-//          --expected FILE --out DIR --host PROGRAM --sim PROGRAM --webext DIR
-//          [--timeout-ms N] [--driver DRIVER_SH] [--prefix TEXT]
-// Runs one page in headless Chromium or Firefox through the extension and
-// corvane-web-host, against kestrix-sim, with a private home, profile and
-// host manifest; compares the page's lines starting with --prefix (default
-// "E2E: ") with the expected text. The page is served from its folder on
-// 127.0.0.1 (the allowed origin) and on 127.0.0.2 (another origin) and
-// gets in its query other=<that origin> and body=<length>:<sha-256> of the
-// sim's /sim/body answer. "E2E-ACTION: kill-host" kills this browser's host
-// processes. With --driver the browser gets an Xvfb display of its own and
-// driver.sh plays the user: "DRIVE: ID|..." lines reach it, its answer
-// comes back as window.e2eDriven(ID, ANSWER); the page also gets
-// home=<the private home> and big=<length>:<sha-256> of ~/e2e/big.bin (50 MiB).
+// usage: node run-webext-page.mjs --browser chromium|firefox --page PAGE --expected FILE --out DIR
+//          --host PROGRAM --sim PROGRAM --webext DIR [--timeout-ms N] [--driver DRIVER_SH] [--prefix TEXT]
+// One page in headless Chromium or Firefox through the extension and the host, against kestrix-sim,
+// with a private home, profile and host manifest. The page is served on 127.0.0.1 (the allowed
+// origin) and 127.0.0.2 and gets other=<that origin> and body=<length>:<sha-256 of /sim/body> in its
+// query; "E2E-ACTION: kill-host" kills this browser's hosts. --driver: an Xvfb display of its own and
+// driver.sh, whose answers come back as window.e2eDriven(ID, ANSWER); the query also gets
+// home=<the private home> and big=<length>:<sha-256> of ~/e2e/big.bin.
 import { spawn, spawnSync } from 'node:child_process';
 import { createHash, randomFillSync } from 'node:crypto';
 import fs from 'node:fs';
@@ -38,52 +32,37 @@ function fail(text, status = 1) {
 
 const out = path.resolve(opts.out);
 fs.rmSync(out, { recursive: true, force: true });
-const home = path.join(out, 'home');
-const profile = path.join(out, 'profile');
+const [home, profile, driveFile] = ['home', 'profile', 'drive.txt'].map((name) => path.join(out, name));
 fs.mkdirSync(home, { recursive: true });
 fs.mkdirSync(profile, { recursive: true });
 const env = { ...process.env, HOME: home };
-const driveFile = path.join(out, 'drive.txt');
-delete env.XDG_DATA_HOME;
-delete env.XDG_CONFIG_HOME;
+for (const name of ['XDG_DATA_HOME', 'XDG_CONFIG_HOME']) delete env[name];
 
 function serve(root, address) {
   const server = http.createServer((request, response) => {
     const name = path.normalize(decodeURIComponent(new URL(request.url, 'http://x').pathname)).replace(/^\/+/, '');
     const file = path.join(root, name);
-    if (!file.startsWith(root) || !fs.existsSync(file) || !fs.statSync(file).isFile()) {
-      response.writeHead(404).end();
-      return;
-    }
-    const types = { '.js': 'text/javascript', '.css': 'text/css', '.png': 'image/png', '.jpg': 'image/jpeg' };
-    const type = types[path.extname(file)] || 'text/html; charset=utf-8';
+    if (!file.startsWith(root) || !fs.existsSync(file) || !fs.statSync(file).isFile()) return response.writeHead(404).end();
+    const type = { '.js': 'text/javascript', '.css': 'text/css' }[path.extname(file)] || 'text/html; charset=utf-8';
     response.writeHead(200, { 'Content-Type': type }).end(fs.readFileSync(file));
   });
   return new Promise((resolve) => server.listen(0, address, () => resolve(server)));
 }
 
-function descendants(pid) {
-  const children = new Map();
-  for (const entry of fs.readdirSync('/proc')) {
-    if (!/^\d+$/.test(entry)) continue;
-    try {
-      const stat = fs.readFileSync(`/proc/${entry}/stat`, 'utf8');
-      const ppid = Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[1]);
-      if (!children.has(ppid)) children.set(ppid, []);
-      children.get(ppid).push(Number(entry));
-    } catch (e) {}
-  }
-  const all = [];
-  const walk = (p) => (children.get(p) || []).forEach((c) => { all.push(c); walk(c); });
-  walk(pid);
-  return all;
-}
-
+// The host processes under this browser (other runs may have their own).
 function hostProcesses(browserPid) {
   const host = fs.realpathSync(opts.host);
-  return descendants(browserPid).filter((pid) => {
+  const parent = new Map();
+  for (const pid of fs.readdirSync('/proc').filter((e) => /^\d+$/.test(e))) {
     try {
-      return fs.readlinkSync(`/proc/${pid}/exe`) === host;
+      const stat = fs.readFileSync(`/proc/${pid}/stat`, 'utf8');
+      parent.set(Number(pid), Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[1]));
+    } catch (e) {}
+  }
+  const under = (pid) => pid > 1 && (parent.get(pid) === browserPid || under(parent.get(pid)));
+  return [...parent.keys()].filter((pid) => {
+    try {
+      return under(pid) && fs.readlinkSync(`/proc/${pid}/exe`) === host;
     } catch (e) {
       return false;
     }
@@ -92,6 +71,7 @@ function hostProcesses(browserPid) {
 
 async function main() {
   const sim = spawn(opts.sim, ['--exit-with-parent', '--quiet'], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  children.push(sim);
   const simUrl = await new Promise((resolve, reject) => {
     let text = '';
     sim.stdout.on('data', (d) => {
@@ -132,8 +112,7 @@ async function main() {
   const pageDir = path.dirname(path.resolve(opts.page));
   const allowed = await serve(pageDir, '127.0.0.1');
   const other = await serve(pageDir, '127.0.0.2');
-  const allowedOrigin = `http://127.0.0.1:${allowed.address().port}`;
-  const otherOrigin = `http://127.0.0.2:${other.address().port}`;
+  const [allowedOrigin, otherOrigin] = [allowed, other].map((s) => `http://${s.address().address}:${s.address().port}`);
 
   // The extension as shipped, with this run's origin as its preset.
   const ext = path.join(out, 'extension');
@@ -146,14 +125,9 @@ async function main() {
     fs.mkdirSync(path.join(profile, 'NativeMessagingHosts'), { recursive: true });
     fs.writeFileSync(path.join(profile, 'NativeMessagingHosts', HOST_NAME + '.json'),
       JSON.stringify({ ...manifest, allowed_origins: [`chrome-extension://${CHROMIUM_ID}/`] }));
-    browser = await puppeteer.launch({
-      executablePath: '/usr/lib/chromium/chromium',
-      headless: true,
-      pipe: true,
-      env,
+    browser = await puppeteer.launch({ executablePath: '/usr/lib/chromium/chromium', headless: true, pipe: true, env,
       ignoreDefaultArgs: ['--disable-extensions'],
-      args: ['--no-sandbox', `--user-data-dir=${profile}`, `--load-extension=${ext}`, `--disable-extensions-except=${ext}`],
-    });
+      args: ['--no-sandbox', `--user-data-dir=${profile}`, `--load-extension=${ext}`, `--disable-extensions-except=${ext}`] });
   } else {
     const hosts = path.join(home, '.mozilla', 'native-messaging-hosts');
     fs.mkdirSync(hosts, { recursive: true });
@@ -164,7 +138,6 @@ async function main() {
 
   const lines = [];
   let verdict = null;
-
   const page = await browser.newPage();
   const browserPid = browser.process().pid;
   // A preload script keeps the console lines, as console events of a page
@@ -199,10 +172,6 @@ async function main() {
     lines.push(text);
     if (text.startsWith('VERDICT: ') && !verdict) verdict = text;
   }
-  async function collect() {
-    const got = await page.evaluate(() => (window.__e2eLines ? window.__e2eLines.splice(0) : [])).catch(() => []);
-    got.forEach(heard);
-  }
   page.on('pageerror', (error) => lines.push('page error: ' + error.message));
 
   // The content scripts are registered when the extension starts: give it a moment.
@@ -216,33 +185,23 @@ async function main() {
     await new Promise((r) => setTimeout(r, 100));
   }
   while (!verdict && Date.now() < deadline) {
-    await collect();
+    (await page.evaluate(() => (window.__e2eLines ? window.__e2eLines.splice(0) : [])).catch(() => [])).forEach(heard);
     await new Promise((r) => setTimeout(r, 50));
   }
   await browser.close().catch(() => {});
   allowed.close();
   other.close();
-  sim.kill('SIGTERM');
   try {
     if (driver) process.kill(-driver.pid, 'SIGTERM');
   } catch (e) {}
   for (const child of children) child.kill('SIGTERM');
 
   fs.writeFileSync(path.join(out, 'console.txt'), lines.join('\n') + '\n');
-  const actual = lines.filter((l) => l.startsWith(opts.prefix)).map((l) => l + '\n').join('');
-  fs.writeFileSync(path.join(out, 'actual.txt'), actual);
+  fs.writeFileSync(path.join(out, 'actual.txt'), lines.filter((l) => l.startsWith(opts.prefix)).map((l) => l + '\n').join(''));
   const diff = spawnSync('diff', ['-u', '--label', 'expected', '--label', 'actual', opts.expected, path.join(out, 'actual.txt')], { encoding: 'utf8' });
-  let failed = diff.status !== 0;
-  if (failed) console.error(diff.stdout);
-  if (verdict !== 'VERDICT: PASS') {
-    console.error('run-webext-page: verdict: ' + (verdict || 'none (timed out)'));
-    failed = true;
-  }
-  if (failed) {
-    console.error('run-webext-page: everything the page printed:\n' + lines.map((l) => '  | ' + l).join('\n'));
-    process.exit(1);
-  }
-  process.exit(0);
+  if (diff.status === 0 && verdict === 'VERDICT: PASS') process.exit(0);
+  console.error(diff.stdout + 'run-webext-page: verdict: ' + (verdict || 'none (timed out)'));
+  fail('everything the page printed:\n' + lines.map((l) => '  | ' + l).join('\n'));
 }
 
 main().catch((e) => fail(e.stack || String(e)));
