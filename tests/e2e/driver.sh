@@ -149,7 +149,7 @@ panel() {
 # Runs one command in this shell (the drag source must outlive it); leaves
 # the answer's value, or the reason for failing, in $reply.
 perform() {
-  local command="$1" path n list id
+  local command="$1" path n list id how
   shift
   reply=""
   case "$command" in
