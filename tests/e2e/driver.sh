@@ -9,7 +9,9 @@
 #   hello | choose TITLE PATH | choose-in TITLE FOLDER N (its first N entries)
 #   save TITLE PATH | cancel TITLE (Escape) | dismiss TITLE (Return)
 #   shown TITLE [MS] | gone TITLE [MS] | absent TITLE MS
-#   offer PATH... (text/uri-list) | offer-text TEXT (UTF8_STRING) | offer-stop
+#   offer PATH... (text/uri-list) | offer-incr PATH... (the same in pieces: INCR)
+#   offer-silent PATH... (a source that never answers)
+#   offer-text TEXT (UTF8_STRING) | offer-stop
 #   owner ("ok cleared" once the drag's selection was cleared within 2 s)
 #   click X Y (in the browser's window)
 # make_files below lays out the test files under ~/e2e. Exit status 0 when
@@ -147,7 +149,7 @@ panel() {
 # Runs one command in this shell (the drag source must outlive it); leaves
 # the answer's value, or the reason for failing, in $reply.
 perform() {
-  local command="$1" path n list id
+  local command="$1" path n list id how
   shift
   reply=""
   case "$command" in
@@ -173,10 +175,13 @@ perform() {
       retry "${2:-10000}" window_gone "$1" || { reply="\"$1\" still shows"; return 1; } ;;
     absent)
       if wait_window "$1" "${2:-2000}" > /dev/null; then reply="a window \"$1\" showed"; return 1; fi ;;
-    offer)
+    offer|offer-incr|offer-silent)
       list=""
       for path in "$@"; do list+="file://$(expand "$path")"$'\r\n'; done
-      start_owner --uri-list "$list" ;;
+      how=()
+      [ "$command" = offer-incr ] && how=(--incr-chunk 8)
+      [ "$command" = offer-silent ] && how=(--silent)
+      start_owner "${how[@]}" --uri-list "$list" ;;
     offer-text)
       start_owner --text "$(expand "$1")" ;;
     owner)

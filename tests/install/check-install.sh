@@ -1,25 +1,15 @@
 #!/usr/bin/env bash
 # Installs the plug-in for real, shows a page with it in corvane-browser,
-# removes it and checks that nothing is left behind:
-#   1. per user: `make install` into a private home's ~/.mozilla/plugins,
-#      the page, `make uninstall`;
-#   2. system wide, staged: `cmake --install build --prefix /usr` with
-#      DESTDIR, and the list of what it installs;
-#   3. the Debian package: `make package`, its file list and control
-#      fields, installed with apt-get (dpkg underneath), the page with the
-#      plug-in loaded from /usr/lib/mozilla/plugins, `dpkg -r`, nothing left.
-# The browser gets no private plug-in path: QTWEBKIT_PLUGIN_PATH,
-# MOZ_PLUGIN_PATH and MOZILLA_HOME are cleared, and its home is private, so
-# the only copy it can find is the installed one. The page chooses a file in
-# the real panel (driver.sh plays the user), which only works when the
+# removes it and checks that nothing is left behind: per user (`make
+# install`/`make uninstall`), system wide staged with DESTDIR, and as the
+# Debian package (apt-get install, the page with the plug-in from
+# /usr/lib/mozilla/plugins, dpkg -r). The browser gets no private plug-in
+# path and a private home, so the only copy it can find is the installed
+# one; the page chooses a file in the real panel, which works only when the
 # plug-in finds corvane-dialog beside itself.
-#
-# usage: tests/install/check-install.sh    (after make build; step 3 needs
-#        root or sudo; the runs are kept in build/install-check/)
-# Whatever happens, the package and the per-user files are removed again.
-# While the package is installed, every QtWebKit browser on the machine
-# may find it too (it scans the system folders as well as its private
-# plug-in paths): do not run other end-to-end pages at the same time.
+# usage: tests/install/check-install.sh  (after make build; needs root or
+# sudo; runs are kept in build/install-check/). Do not run other pages at
+# the same time: QtWebKit also scans the system plug-in folder.
 set -uo pipefail
 
 repo="$(cd "$(dirname "$0")/../.." && pwd)"

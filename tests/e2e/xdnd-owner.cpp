@@ -1,5 +1,18 @@
-// xdnd-owner: owns XdndSelection and answers for it, as a drag source does
-// while a drag is under way. See README.md.
+// xdnd-owner: plays the source of a drag for the drop pages. It owns the
+// selection "XdndSelection" as a drag source does while a drag lasts, and
+// answers requests for its content as a file manager does.
+//
+//   DISPLAY=:N xdnd-owner [--uri-list TEXT] [--text TEXT] [--silent]
+//                         [--incr-chunk N] [--lifetime-ms N]
+//
+// --uri-list offers TEXT as "text/uri-list" (file:///... lines ended by CR
+// LF), --text as "UTF8_STRING"; "TARGETS" is always answered, other targets
+// refused. --silent takes the selection but never answers; --incr-chunk
+// answers anything longer than N bytes incrementally (INCR). It prints
+// "ready" once it owns the selection, "request TARGET" for each request and
+// "cleared" when someone else takes the selection, then exits 0. SIGTERM:
+// status 0; the lifetime (default 30000 ms): 3; bad options: 2; no display
+// or no ownership: 1.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <poll.h>
