@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <functional>
-#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -14,21 +12,16 @@
 
 #include "Callback.h"
 #include "HttpRequest.h"
-#include "HttpResponse.h"
-#include "LogCapture.h"
-#include "Messages.h"
 #include "RequestWorker.h"
 #include "SimClientFixture.h"
 #include "SystemException.h"
+#include "TransferEventListener.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
 
-using CorvaneTest::LogCapture;
 using Kestrix::Web::Callback;
 using Kestrix::Web::HttpRequest;
-using Kestrix::Web::HttpResponse;
 using Kestrix::Web::kContentTypeJson;
-using Kestrix::Web::kErrorKestrixRequest;
 using Kestrix::Web::RequestWorker;
 using Kestrix::Web::SystemException;
 using Kestrix::Web::TransfersPoller;
@@ -37,28 +30,16 @@ using Kestrix::Web::Worker;
 
 namespace {
 
-const auto kWait = std::chrono::seconds(10);
-
 // What the callbacks of one test saw, filled in on the worker's thread.
 class CallRecord {
 public:
-    void called(const std::string& name, HttpResponse* response) {
+    void called(const std::string& name) {
         std::lock_guard<std::mutex> lock(_mutex);
-        // The response only lives during the call: copy what matters.
-        _calls.push_back(name + (response
-                                     ? " " + std::to_string(response->statusCode()) + " " + response->data()
-                                     : " null"));
-        _threads.push_back(std::this_thread::get_id());
-        _changed.notify_all();
+        _calls.push_back(name);
     }
     void deleted(const std::string& name) {
         std::lock_guard<std::mutex> lock(_mutex);
         _deleted.push_back(name);
-        _changed.notify_all();
-    }
-    bool waitForCalls(size_t count) {
-        std::unique_lock<std::mutex> lock(_mutex);
-        return _changed.wait_for(lock, kWait, [&] { return _calls.size() >= count; });
     }
     std::vector<std::string> calls() const {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -68,17 +49,10 @@ public:
         std::lock_guard<std::mutex> lock(_mutex);
         return _deleted;
     }
-    std::vector<std::thread::id> threads() const {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _threads;
-    }
 
 private:
     mutable std::mutex _mutex;
-    std::condition_variable _changed;
-    std::vector<std::string> _calls;
-    std::vector<std::string> _deleted;
-    std::vector<std::thread::id> _threads;
+    std::vector<std::string> _calls, _deleted;
 };
 
 // Stops and joins a worker when a test leaves early, so a failed assertion
@@ -97,67 +71,27 @@ private:
 
 class RecordingCallback : public Callback {
 public:
-    RecordingCallback(CallRecord& record, const std::string& name, std::function<void()> during = nullptr)
-        : _record(record), _name(name), _during(std::move(during)) {}
+    RecordingCallback(CallRecord& record, const std::string& name) : _record(record), _name(name) {}
     ~RecordingCallback() override { _record.deleted(_name); }
-    void handleCallback(void* subject) override {
-        _record.called(_name, static_cast<HttpResponse*>(subject));
-        if (_during) _during();
-    }
+    void handleCallback(void*) override { _record.called(_name); }
 
 private:
     CallRecord& _record;
     std::string _name;
-    std::function<void()> _during;
 };
 
 class RequestWorkerTest : public CorvaneTest::SimClientTest {
 protected:
     // A GET of `target` to the simulator, reporting to a callback named `target`.
-    HttpRequest* get(const std::string& target, std::function<void()> during = nullptr) {
+    HttpRequest* get(const std::string& target) {
         HttpRequest* request =
             Utils::createHttpRequest(HttpRequest::kGetMethod, target, "", kContentTypeJson);
         EXPECT_NE(nullptr, request);
-        if (request) request->setCallback(new RecordingCallback(_record, target, std::move(during)));
+        if (request) request->setCallback(new RecordingCallback(_record, target));
         return request;
     }
-    // The bodies the simulator answers to unknown targets.
-    static std::string notFound(const std::string& target) {
-        return target + " 404 {\"error\":{\"code\":404,\"user_message\":\"Not found: " + target + "\"}}";
-    }
-
     CallRecord _record;
 };
-
-TEST_F(RequestWorkerTest, RequestsAddedWhileOneRunsFollowInOrder) {
-    ASSERT_TRUE(startSim()) << _sim.error();
-    ASSERT_TRUE(_sim.control("mode=slow&delay_ms=500&path=/order/1&times=1"));
-    RequestWorker worker;
-    const StopAndJoin guard(worker);
-    worker.start();
-
-    worker.addRequest(get("/order/1"));
-    ASSERT_TRUE(waitForRequests("/order/1", 1));  // in flight, its answer held back
-    worker.addRequest(get("/order/2"));
-    worker.addRequest(get("/order/3"));
-    worker.addRequest(get("/order/4"));
-
-    ASSERT_TRUE(_record.waitForCalls(4));
-    EXPECT_EQ((std::vector<std::string>{notFound("/order/1"), notFound("/order/2"), notFound("/order/3"),
-                                        notFound("/order/4")}),
-              _record.calls());
-    std::vector<std::string> sent;
-    for (const auto& request : allRequests()) {
-        if (request.target.compare(0, 7, "/order/") == 0) sent.push_back(request.target);
-    }
-    EXPECT_EQ((std::vector<std::string>{"/order/1", "/order/2", "/order/3", "/order/4"}), sent);
-    for (std::thread::id id : _record.threads()) EXPECT_NE(std::this_thread::get_id(), id);
-
-    worker.stop();
-    worker.join();
-    EXPECT_TRUE(worker.isDone());
-    EXPECT_EQ(4u, _record.deleted().size());
-}
 
 TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueue) {
     ASSERT_TRUE(startSim()) << _sim.error();
@@ -183,61 +117,44 @@ TEST_F(RequestWorkerTest, StopDuringRequestSuppressesItsCallbackAndLeavesTheQueu
     EXPECT_TRUE(requestsTo("/queued").empty());
 }
 
-TEST_F(RequestWorkerTest, StopWaitsForTheCallbackInProgress) {
+// The poller sends back the token of the last good answer: an answer
+// without one clears it, a broken or error answer keeps it and reaches no
+// listener.
+TEST_F(RequestWorkerTest, PollerSendsBackTheLastGoodToken) {
     ASSERT_TRUE(startSim()) << _sim.error();
-    std::promise<void> entered;
-    std::promise<void> release;
-    std::shared_future<void> released = release.get_future().share();
-    RequestWorker worker;
-    const StopAndJoin guard(worker);
-    worker.start();
-    worker.addRequest(get("/held", [&] {
-        entered.set_value();
-        released.wait();
-    }));
-    ASSERT_EQ(std::future_status::ready, entered.get_future().wait_for(kWait));
-
-    std::future<void> stopped = std::async(std::launch::async, [&] { worker.stop(); });
-    // The callback holds the worker's lock, so stop() cannot get through yet.
-    EXPECT_EQ(std::future_status::timeout, stopped.wait_for(std::chrono::milliseconds(100)));
-    release.set_value();
-    ASSERT_EQ(std::future_status::ready, stopped.wait_for(kWait));
-    worker.join();
-
-    EXPECT_EQ(std::vector<std::string>{notFound("/held")}, _record.calls());
-}
-
-TEST_F(RequestWorkerTest, LaunchFailureCallsBackAtOnceWithNullResponse) {
-    LogCapture log;
-    RequestWorker worker;
-    const StopAndJoin guard(worker);
-    worker.start();
-    // No client is running or installed in this home.
-    HttpRequest* request = new HttpRequest("127.0.0.1", 9);
-    request->path = "/unreachable";
-    request->setCallback(new RecordingCallback(_record, "/unreachable"));
-    worker.addRequest(request);
-
-    ASSERT_TRUE(_record.waitForCalls(1));
-    EXPECT_EQ(std::vector<std::string>{"/unreachable null"}, _record.calls());
-    worker.stop();
-    worker.join();
-    EXPECT_EQ(std::vector<std::string>{"/unreachable"}, _record.deleted());
-    EXPECT_EQ(1u, log.count("ERR " + kErrorKestrixRequest));
-}
-
-TEST_F(RequestWorkerTest, RequestsQueuedBeforeStartAreDeletedUnrun) {
-    {
-        RequestWorker worker;
-        for (const char* name : {"/a", "/b"}) {
-            HttpRequest* request = new HttpRequest("127.0.0.1", 9);
-            request->setCallback(new RecordingCallback(_record, name));
-            worker.addRequest(request);
+    for (const char* answer :
+         {"{\"iteration_token\":\"t1\"}", "{\"transfers\":[1]}", "{\"iteration_token\":42}",
+          "{\"iteration_token\":\"t4\"", "{\"error\":{\"code\":-1},\"iteration_token\":\"x\"}",
+          "{\"iteration_token\":\"t6\"}"})
+        ASSERT_EQ(200,
+                  CorvaneTest::KestrixSim::statusOf(_sim.request("POST", "/sim/activity?times=1", answer)));
+    struct Listener : Kestrix::Web::TransferEventListener {
+        void transferEventOccurred(const std::string& json) override {
+            std::lock_guard<std::mutex> lock(mutex);
+            events.push_back(json);
         }
-        worker.addRequest(nullptr);
+        std::mutex mutex;
+        std::vector<std::string> events;
+    } listener;
+    TransfersPoller poller(10);
+    poller.addListener(&listener);
+    poller.start();
+    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 7));
+    poller.stop();
+    poller.join();
+
+    std::vector<std::string> tokens;
+    for (const auto& request : requestsTo("/v4/transfers/activity")) {
+        const size_t at = request.body.find("\"iteration_token\": \"");
+        tokens.push_back(at == std::string::npos
+                             ? "?"
+                             : request.body.substr(at + 20, request.body.find('"', at + 20) - at - 20));
     }
-    EXPECT_TRUE(_record.calls().empty());
-    EXPECT_EQ((std::vector<std::string>{"/a", "/b"}), _record.deleted());
+    tokens.resize(7);
+    EXPECT_EQ((std::vector<std::string>{"", "t1", "", "42", "42", "42", "t6"}), tokens);
+    ASSERT_GE(listener.events.size(), 4u);
+    EXPECT_EQ("{\"transfers\":[1]}", listener.events[1]);
+    EXPECT_EQ("{\"iteration_token\":\"t6\"}", listener.events[3]);
 }
 
 // Removing a plug-in instance stops and joins its workers on the browser's
