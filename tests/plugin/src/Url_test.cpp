@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "LogCapture.h"
-
 using Kestrix::Web::Url;
 
 // Each row: the text and the fields it gives. The odd rows are the parser's
@@ -15,26 +13,18 @@ TEST(Url, Fields) {
         unsigned short port;
         const char *path, *query;
     } rows[] = {
-        {"http://127.0.0.1:12345", "", "", "127.0.0.1", 12345, "", ""},
         {"http://127.0.0.1:12345/a/b?c=1&d=2", "", "", "127.0.0.1", 12345, "a/b", "c=1&d=2"},
-        {"https://kestrix.local", "", "", "kestrix.local", 0, "", ""},
         {"http://h/p?q", "", "", "h", 0, "p", "q"},
         {"http://u:p@h:81/x", "u", "p", "h", 81, "x", ""},
-        {"http://u@h:81", "u", "", "h", 81, "", ""},
-        {"ftp://u@h/dir/file", "u", "", "h", 0, "dir/file", ""},
         // The user is taken at the ':', then the '/' makes everything before
         // it the host, and the rest (with the '@') the path.
         {"http://a:b/c@d", "a", "", "a:b", 0, "c@d", ""},
         // The port is cut to sixteen bits.
         {"http://h:99999/x", "", "", "h", 34463, "x", ""},
-        {"http://h:65536", "", "", "h", 0, "", ""},
         // A delimiter right after the scheme stops parsing.
         {"http://:80/x", "", "", "", 0, "", ""},
-        {"http:///x", "", "", "", 0, "", ""},
-        {"http://@h", "", "", "", 0, "", ""},
         // The client's URL file (URL, newline, key) is parsed untrimmed: the
         // tail ends up in the last field read.
-        {"http://127.0.0.1:4100\n1b4e28ba-2fa1-11d2-883f-0016d3cca427\n", "", "", "127.0.0.1", 4100, "", ""},
         {"http://127.0.0.1:4100/api\nkey\n", "", "", "127.0.0.1", 4100, "api\nkey\n", ""},
         {"http://127.0.0.1:4100/api?x\nkey", "", "", "127.0.0.1", 4100, "api", "x\nkey"},
         // Only "/" is looked for after the port's ':'.
@@ -55,15 +45,8 @@ TEST(Url, Fields) {
     EXPECT_EQ(Url("http://h:81").port(443), 81);
 }
 
-TEST(Url, TextWithoutSchemeSeparatorIsLoggedAndLeavesEverythingEmpty) {
-    CorvaneTest::LogCapture log;
+TEST(Url, TextWithoutSchemeSeparatorLeavesEverythingEmpty) {
     Url u("127.0.0.1:4100/x?y=1");
     EXPECT_TRUE(u.url.empty() && u.scheme.empty() && u.host.empty() && u.path.empty() && u.query.empty());
     EXPECT_EQ(u.port(0), 0);
-    EXPECT_EQ(log.all(), std::vector<std::string>{"ERR Invalid URL: 127.0.0.1:4100/x?y=1"});
-
-    Url cleared("http://u:p@h:81/x?q");
-    cleared.clear();
-    EXPECT_TRUE(cleared.url.empty() && cleared.user.empty() && cleared.host.empty() && cleared.path.empty());
-    EXPECT_EQ(cleared.port(7), 7);
 }
