@@ -1,10 +1,7 @@
 // Collects every log line ("LABEL message", no timestamp) of the process
 // while it lives, through the runtime's function sink. Lines can come from
 // any thread. One at a time: the sink and the debug levels are process-wide.
-//
-//   CorvaneTest::LogCapture log(2);   // all-modules debug level 2
-//   ...
-//   EXPECT_EQ(1u, log.count("ERR recv() returned 0"));
+// `debugAll` is the all-modules debug level while it lives.
 #pragma once
 
 #include <algorithm>
@@ -54,16 +51,6 @@ public:
         return out;
     }
     size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
-    // Every line, each ending in a newline: for failure messages.
-    std::string text() const {
-        std::string joined;
-        for (const std::string& line : all()) joined += line + "\n";
-        return joined;
-    }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().clear();
-    }
 
 private:
     static std::mutex& mutex() {
