@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "ScopedEnv.h"
 #include "TempDir.h"
 #include "cv_path.h"
 
@@ -111,15 +110,4 @@ TEST(PathFindFile, FirstFolderHoldingTheName) {
         EXPECT_EQ(row.found, rc == 0 ? std::string(out) : "<" + std::to_string(rc) + ">")
             << row.name << row.size;
     }
-}
-
-TEST(PathHome, CanonicalHome) {
-    TempDir tmp;
-    CorvaneTest::ScopedEnv env;
-    env.set("HOME", tmp.path() + "//user/./x/");
-    char buf[512];
-    const std::string expected = tmp.path() + "/user/x";
-    EXPECT_EQ(static_cast<int>(expected.size()), cv_path_home_dir(buf, sizeof buf));
-    EXPECT_EQ(expected, buf);
-    EXPECT_EQ(-1, cv_path_home_dir(buf, expected.size()));
 }

@@ -18,10 +18,13 @@ public:
     explicit LogCapture(unsigned debugAll = 0) {
         cv_log_cleanup();
         {
-            std::lock_guard<std::mutex> lock(mutex());
-            lines().clear();
+            std::lock_guard<std::mutex> lock(s_mutex);
+            s_lines.clear();
         }
-        cv_log_set_function(&LogCapture::collect);
+        cv_log_set_function([](const char* text) {
+            std::lock_guard<std::mutex> lock(s_mutex);
+            s_lines.emplace_back(text);
+        });
         cv_dbg_set(1);
         cv_dbg_set_all(debugAll);
     }
@@ -32,39 +35,25 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<std::string> all() const {
-        std::lock_guard<std::mutex> lock(mutex());
-        return lines();
-    }
-    // How many lines are exactly `line` ("ERR Invalid URL: x").
-    size_t count(const std::string& line) const {
-        const std::vector<std::string> copy = all();
-        return static_cast<size_t>(std::count(copy.begin(), copy.end(), line));
-    }
-    bool has(const std::string& line) const { return count(line) > 0; }
     // The lines that begin with prefix ("ERR "), in order.
     std::vector<std::string> withPrefix(const std::string& prefix) const {
+        std::lock_guard<std::mutex> lock(s_mutex);
         std::vector<std::string> out;
-        for (const std::string& line : all()) {
+        for (const std::string& line : s_lines)
             if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
-        }
         return out;
     }
     size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
+    // How many lines are exactly `line` ("ERR Invalid URL: x").
+    size_t count(const std::string& line) const {
+        const std::vector<std::string> found = withPrefix(line);
+        return static_cast<size_t>(std::count(found.begin(), found.end(), line));
+    }
+    bool has(const std::string& line) const { return count(line) > 0; }
 
 private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    static std::vector<std::string>& lines() {
-        static std::vector<std::string> v;
-        return v;
-    }
-    static void collect(const char* text) {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().emplace_back(text);
-    }
+    static inline std::mutex s_mutex;
+    static inline std::vector<std::string> s_lines;
 };
 
 }  // namespace CorvaneTest

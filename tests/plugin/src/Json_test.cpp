@@ -61,9 +61,3 @@ TEST(Json, ReadersAndRefusals) {
     EXPECT_FALSE(deep.parse(nested("[", "]", 1001)));
     EXPECT_EQ("nested deeper than the limit of 1000 levels", deep.err());
 }
-
-TEST(Json, CreateErrorInsertsTheMessageAsItStands) {
-    // Quotes and backslashes are not escaped.
-    EXPECT_EQ("{\"error\":{\"code\":-1,\"user_message\":\"say \"hi\" C:\\x\"}}",
-              Json::createError("say \"hi\" C:\\x"));
-}

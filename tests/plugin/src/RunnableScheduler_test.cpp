@@ -72,22 +72,6 @@ protected:
     }
 };
 
-// A runnable starts in a later turn of the main loop (the page's call has
-// returned), then tells and deletes its callback; stopping a queue reaches
-// only that queue's runnables, which run stopped and tell nobody.
-TEST_F(RunnableSchedulerTest, RunsLaterAndStopReachesOnlyItsQueue) {
-    OneShotManager mine, other;
-    Events events;
-    RunnableScheduler::scheduleRunnable(&mine, new TestRunnable(&events, "mine"), new TestCallback(&events));
-    RunnableScheduler::scheduleRunnable(&other, new TestRunnable(&events, "other"),
-                                        new TestCallback(&events));
-    RunnableScheduler::stopRunnables(&mine);
-    EXPECT_EQ(events, Events{"mine stop"});
-    ASSERT_TRUE(pumpUntil([&] { return events.size() == 8; }));
-    EXPECT_EQ(events, (Events{"mine stop", "mine run", "callback deleted", "mine deleted", "other run",
-                              "told other", "callback deleted", "other deleted"}));
-}
-
 TEST_F(RunnableSchedulerTest, AnInstanceGoingWhileItsRunnableShowsStopsItAndItIsToldNothing) {
     Events events;
     auto osm = std::make_unique<OneShotManager>();
