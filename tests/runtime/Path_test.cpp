@@ -75,13 +75,6 @@ TEST(PathUri, SchemeRules) {
         EXPECT_EQ(row.uri, cv_uri_valid_uri(row.text)) << (row.text ? row.text : "null");
 }
 
-TEST(PathAppend, JoinsAndCanonicalises) {
-    char out[64];
-    ASSERT_EQ(0, cv_path_append("/usr/", "lib/../bin/", out, sizeof out));
-    EXPECT_STREQ("/usr/bin", out);
-    EXPECT_EQ(-1, cv_path_append("/abc", "def", out, 8));
-}
-
 // A name is looked for in each folder in turn; the answer must fit in full.
 TEST(PathFindFile, FirstFolderHoldingTheName) {
     TempDir tmp;
