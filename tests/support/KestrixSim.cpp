@@ -142,19 +142,8 @@ std::string KestrixSim::request(const std::string& method, const std::string& ta
     return answer;
 }
 
-int KestrixSim::statusOf(const std::string& response) {
-    return response.compare(0, 9, "HTTP/1.1 ") == 0 && response.size() >= 12
-               ? std::stoi(response.substr(9, 3))
-               : 0;
-}
-
-std::string KestrixSim::bodyOf(const std::string& response) {
-    const size_t end = response.find("\r\n\r\n");
-    return end == std::string::npos ? "" : response.substr(end + 4);
-}
-
 bool KestrixSim::control(const std::string& query) const {
-    return statusOf(request("POST", "/sim/control?" + query)) == 200;
+    return request("POST", "/sim/control?" + query).compare(0, 13, "HTTP/1.1 200 ") == 0;
 }
 
 }  // namespace CorvaneTest

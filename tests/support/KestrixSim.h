@@ -43,8 +43,6 @@ public:
     // One request with the key on a fresh connection; the whole raw answer.
     std::string request(const std::string& method, const std::string& target,
                         const std::string& body = "") const;
-    static int statusOf(const std::string& response);
-    static std::string bodyOf(const std::string& response);
     // POST /sim/control?QUERY, e.g. "mode=hang&path=/x&times=1". True on 200.
     bool control(const std::string& query) const;
 

@@ -1,6 +1,6 @@
 // The plug-in's rules for what a page may send or read: transfer bodies
-// against the files and download folder the user chose, the request line,
-// reads of chosen files, and the browser family from the user agent.
+// against the files and download folder the user chose, the request line
+// and reads of chosen files.
 // The user chose the file /home/u/chosen/a.txt and the folder
 // /home/u/Pictures (open-file panel), and /home/u/dl to download into.
 #include <gtest/gtest.h>
@@ -187,22 +187,4 @@ TEST(PlugInRules, Reads) {
     EXPECT_EQ("data:;base64,AAAA", plugin.readFileChunkAsArrayBuffer(over, 52428798, 3));
     for (const std::string& refused : {sibling, dir.path(), dir.file("./digits.txt"), path + "/"})
         EXPECT_NE(0u, plugin.readFileAsArrayBuffer(refused).rfind("data:", 0)) << refused;
-}
-
-// The first of "firefox", "chrome", "safari" in the lower-cased user agent
-// names the family; otherwise the whole lower-cased text.
-TEST(PlugInRules, BrowserFamily) {
-    const struct {
-        const char *userAgent, *family;
-    } rows[] = {
-        {"Mozilla/5.0 (X11) AppleWebKit/537.36 Chrome/90.0 Safari/537.36", "chrome"},
-        {"Mozilla/5.0 (X11; rv:109.0) Gecko/20100101 Firefox/115.0 Chrome Safari", "firefox"},
-        {"Mozilla/5.0 (X11) AppleWebKit/602.1 (KHTML, like Gecko) Version/10.0 Safari/602.1", "safari"},
-        {"Some Odd Browser/1.0", "some odd browser/1.0"},
-    };
-    PlugIn plugin;
-    for (const auto& row : rows) {
-        plugin.setHostBrowser(row.userAgent);
-        EXPECT_EQ(row.family, plugin.hostBrowser()) << row.userAgent;
-    }
 }

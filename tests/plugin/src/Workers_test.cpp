@@ -1,5 +1,5 @@
 // The plug-in's worker threads against the stand-in client: one test per
-// property of stopping, abandoning and starting them, and the poller's token.
+// property of stopping, abandoning and starting them.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -22,7 +22,6 @@
 #include "ScopedEnv.h"
 #include "SystemException.h"
 #include "TempDir.h"
-#include "TransferEventListener.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
 
@@ -123,40 +122,6 @@ TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
     }
     EXPECT_EQ((Strings{"deleted /slow", "deleted /queued"}), _record.all());
     EXPECT_TRUE(bodiesTo("/queued").empty());
-}
-
-// The poller sends back the token of the last good answer: an answer
-// without one clears it, a broken or error answer keeps it and reaches no
-// listener.
-TEST_F(WorkerTest, PollerSendsBackTheLastGoodToken) {
-    ASSERT_TRUE(startSim()) << _sim.error();
-    for (const char* answer :
-         {"{\"iteration_token\":\"t1\"}", "{\"transfers\":[1]}", "{\"iteration_token\":42}",
-          "{\"iteration_token\":\"t4\"", "{\"error\":{\"code\":-1},\"iteration_token\":\"x\"}",
-          "{\"iteration_token\":\"t6\"}"})
-        ASSERT_EQ(200,
-                  CorvaneTest::KestrixSim::statusOf(_sim.request("POST", "/sim/activity?times=1", answer)));
-    struct Listener : TransferEventListener {
-        void transferEventOccurred(const std::string& json) override { events.push_back(json); }
-        Strings events;  // the poller's thread only, read after join
-    } listener;
-    TransfersPoller poller(10);
-    poller.addListener(&listener);
-    poller.start();
-    ASSERT_TRUE(waitForRequests("/v4/transfers/activity", 7));
-    poller.stop();
-    poller.join();
-
-    Strings tokens;
-    for (const std::string& body : bodiesTo("/v4/transfers/activity")) {
-        const size_t at = body.find("\"iteration_token\": \"") + 20;
-        tokens.push_back(body.substr(at, body.find('"', at) - at));
-    }
-    tokens.resize(7);
-    EXPECT_EQ((Strings{"", "t1", "", "42", "42", "42", "t6"}), tokens);
-    ASSERT_GE(listener.events.size(), 4u);
-    EXPECT_EQ("{\"transfers\":[1]}", listener.events[1]);
-    EXPECT_EQ("{\"iteration_token\":\"t6\"}", listener.events[3]);
 }
 
 // Removing a plug-in instance stops and joins its workers on the browser's
