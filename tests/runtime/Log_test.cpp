@@ -143,32 +143,6 @@ TEST_F(LogTest, SizeSuffixSetsTheLimitAndRotates) {
     EXPECT_EQ(inode(_dir.file("plugin.log")), inode(_dir.file("plugin.1.log")));
 }
 
-// Each row: the numbered files present at start-up, and the one the log
-// continues in. Continuing deletes nothing.
-TEST_F(LogTest, StartupContinuesInTheNewestNumberedFile) {
-    const struct Row {
-        std::vector<int> present;
-        int expected;
-    } rows[] = {{{0, 1, 2}, 2}, {{3, 4}, 4}, {{0, 2, 3, 4, 5, 6, 7, 8, 9}, 0}, {{9}, 9}, {{}, 0}};
-    for (const Row& row : rows) {
-        TempDir dir;
-        for (int d : row.present) dir.write("s." + std::to_string(d) + ".log", "");
-        for (const char* other : {"s.x.log", "s.12.log", "t.5.log"}) dir.write(other, "");
-        ASSERT_EQ(0, cv_log_init(CV_LOG_FILE, (dir.file("s.log") + ":10").c_str()));
-        cv_log("here");
-        cv_log_cleanup();
-        std::set<std::string> files;
-        for (const auto& entry : fs::directory_iterator(dir.path()))
-            if (entry.path().filename() != "s.log") files.insert(entry.path().filename());
-        std::set<std::string> expected = {"s.x.log", "s.12.log", "t.5.log"};
-        for (int d : row.present) expected.insert("s." + std::to_string(d) + ".log");
-        expected.insert("s." + std::to_string(row.expected) + ".log");
-        EXPECT_EQ(expected, files) << row.expected;
-        EXPECT_NE(std::string::npos,
-                  readFile(dir.file("s." + std::to_string(row.expected) + ".log")).find("LOG here"));
-    }
-}
-
 TEST_F(LogTest, RelativeNameGoesToTheUsersLogFolder) {
     CorvaneTest::ScopedEnv env;
     env.privateHome(_dir.path());

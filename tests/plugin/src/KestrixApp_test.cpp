@@ -7,43 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "FileSystem.h"
-#include "KestrixSim.h"
+#include "ClientHome.h"
 #include "LogCapture.h"
-#include "ScopedEnv.h"
-#include "TempDir.h"
 
 using CorvaneTest::KestrixSim;
 using CorvaneTest::LogCapture;
-using Kestrix::Web::FileSystem;
 using Kestrix::Web::KestrixApp;
 
-namespace {
-
-// Every case runs in a private home, with nothing cached.
-class KestrixAppTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        _env.privateHome(_home.path());
-        FileSystem::resetCache();
-        KestrixApp::resetCache();
-    }
-    void TearDown() override {
-        FileSystem::resetCache();
-        KestrixApp::resetCache();
-    }
-    bool startSim(KestrixSim& sim, const std::vector<std::string>& args = {}) {
-        KestrixSim::Options options;
-        options.args = args;
-        options.home = _home.path();
-        return sim.start(options);
-    }
-
-    CorvaneTest::TempDir _home;
-    CorvaneTest::ScopedEnv _env;
-};
-
-}  // namespace
+using KestrixAppTest = ClientHomeTest;
 
 // Each row: the URL file's text (null: no file), and the port and key read
 // from it. The key is everything after the first line, newline included.

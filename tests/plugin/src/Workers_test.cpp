@@ -14,14 +14,10 @@
 #include <vector>
 
 #include "Callback.h"
-#include "FileSystem.h"
+#include "ClientHome.h"
 #include "HttpRequest.h"
-#include "KestrixApp.h"
-#include "KestrixSim.h"
 #include "RequestWorker.h"
-#include "ScopedEnv.h"
 #include "SystemException.h"
-#include "TempDir.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
 
@@ -30,77 +26,59 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-// What the callbacks saw ("called X", "deleted X"), from any thread.
-struct CallRecord {
-    void add(const std::string& event) {
-        std::lock_guard<std::mutex> lock(mutex);
-        events.push_back(event);
-    }
-    Strings all() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return events;
-    }
-    std::mutex mutex;
-    Strings events;
-};
-
+// Records "called X" / "deleted X" from any thread.
 class RecordingCallback : public Callback {
 public:
-    RecordingCallback(CallRecord& record, const std::string& name) : _record(record), _name(name) {}
-    ~RecordingCallback() override { _record.add("deleted " + _name); }
-    void handleCallback(void*) override { _record.add("called " + _name); }
+    RecordingCallback(std::mutex& mutex, Strings& events, const std::string& name)
+        : _mutex(mutex), _events(events), _name(name) {}
+    ~RecordingCallback() override { add("deleted " + _name); }
+    void handleCallback(void*) override { add("called " + _name); }
 
 private:
-    CallRecord& _record;
+    void add(const std::string& event) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _events.push_back(event);
+    }
+    std::mutex& _mutex;
+    Strings& _events;
     std::string _name;
 };
 
-// A private home with nothing cached, where the simulator publishes its URL.
-class WorkerTest : public ::testing::Test {
+class WorkerTest : public ClientHomeTest {
 protected:
-    void SetUp() override {
-        _env.privateHome(_home.path());
-        FileSystem::resetCache();
-        KestrixApp::resetCache();
-    }
     void TearDown() override {
         _sim.stop();
-        FileSystem::resetCache();
-        KestrixApp::resetCache();
+        ClientHomeTest::TearDown();
     }
-    bool startSim(const std::vector<std::string>& args = {}) {
-        CorvaneTest::KestrixSim::Options options{args, _home.path()};
-        options.args.push_back("--quiet");
-        return _sim.start(options);
-    }
-    // The bodies of the requests the simulator received for `target`.
-    Strings bodiesTo(const std::string& target) const {
-        Strings bodies;
-        for (const std::string& raw : _sim.recordedRequests()) {
-            if (raw.compare(0, raw.find(" HTTP/"), raw.substr(0, raw.find(' ')) + " " + target) == 0)
-                bodies.push_back(raw.substr(raw.find("\r\n\r\n") + 4));
+    bool startSim(const std::vector<std::string>& args = {}) { return ClientHomeTest::startSim(_sim, args); }
+    // How many requests for `target` the simulator received; it is another
+    // process, so this polls its record (bounded) until there are `atLeast`.
+    size_t sent(const std::string& target, size_t atLeast = 0) const {
+        size_t n = 0;
+        for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+            n = 0;
+            for (const std::string& raw : _sim.recordedRequests())
+                n += raw.find(" " + target + " HTTP/") < raw.find('\r');
+            if (n >= atLeast) break;
         }
-        return bodies;
+        return n;
     }
-    // The simulator is another process: polls its record (bounded).
-    bool waitForRequests(const std::string& target, size_t count) const {
-        for (int i = 0; i < 2000 && bodiesTo(target).size() < count; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        return bodiesTo(target).size() >= count;
+    Strings events() {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _events;
     }
     // A GET of `target`, reporting to a callback named `target`.
     HttpRequest* get(const std::string& target) {
         HttpRequest* request =
             Utils::createHttpRequest(HttpRequest::kGetMethod, target, "", kContentTypeJson);
         EXPECT_NE(nullptr, request);
-        if (request) request->setCallback(new RecordingCallback(_record, target));
+        if (request) request->setCallback(new RecordingCallback(_mutex, _events, target));
         return request;
     }
 
-    CorvaneTest::TempDir _home;
-    CorvaneTest::ScopedEnv _env;
     CorvaneTest::KestrixSim _sim;
-    CallRecord _record;
+    std::mutex _mutex;
+    Strings _events;
 };
 
 }  // namespace
@@ -114,14 +92,14 @@ TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
         RequestWorker worker;
         worker.start();
         worker.addRequest(get("/slow"));
-        ASSERT_TRUE(waitForRequests("/slow", 1));
+        ASSERT_TRUE(sent("/slow", 1) >= 1);
         worker.addRequest(get("/queued"));
         worker.stop();
         worker.join();
-        EXPECT_EQ(Strings{"deleted /slow"}, _record.all());
+        EXPECT_EQ(Strings{"deleted /slow"}, events());
     }
-    EXPECT_EQ((Strings{"deleted /slow", "deleted /queued"}), _record.all());
-    EXPECT_TRUE(bodiesTo("/queued").empty());
+    EXPECT_EQ((Strings{"deleted /slow", "deleted /queued"}), events());
+    EXPECT_TRUE(sent("/queued") == 0);
 }
 
 // Removing a plug-in instance stops and joins its workers on the browser's
@@ -143,7 +121,7 @@ TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
          [this] {
              auto* poller = new TransfersPoller(0);
              poller->start();
-             EXPECT_TRUE(waitForRequests("/v4/transfers/activity", 1));
+             EXPECT_TRUE(sent("/v4/transfers/activity", 1) >= 1);
              return poller;
          }},
         {"request worker asking whether the client runs",
@@ -151,7 +129,7 @@ TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
              auto* worker = new RequestWorker();
              worker->start();
              worker->addRequest(get("/never-sent"));
-             EXPECT_TRUE(waitForRequests("/v4/kestrix/version", 1));
+             EXPECT_TRUE(sent("/v4/kestrix/version", 1) >= 1);
              return worker;
          }},
     };
@@ -163,7 +141,7 @@ TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
         EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5)) << row.name;
         EXPECT_TRUE(worker->isDone()) << row.name;
     }
-    EXPECT_EQ(Strings{"deleted /never-sent"}, _record.all());
+    EXPECT_EQ(Strings{"deleted /never-sent"}, events());
 }
 
 // In a child that may not start threads (RLIMIT_NPROC of 0, as a user other
