@@ -79,7 +79,7 @@ TEST(PathUri, SchemeRules) {
 TEST(PathFindFile, FirstFolderHoldingTheName) {
     TempDir tmp;
     const std::string missing = tmp.file("no");
-    const std::string first = tmp.mkdir("first"), apps = tmp.mkdir("apps");
+    const std::string first = tmp.file("first"), apps = tmp.file("apps");
     tmp.write("first/tool", "");
     tmp.write("apps/tool", "");
     tmp.write("apps/other", "");

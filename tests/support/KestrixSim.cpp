@@ -25,17 +25,6 @@ const char kRecordPrefix[] = "--- kestrix-sim request ";
 
 }  // namespace
 
-KestrixSim::KestrixSim() = default;
-
-KestrixSim::~KestrixSim() {
-    stop();
-}
-
-bool KestrixSim::fail(const std::string& message) {
-    _error = message;
-    return false;
-}
-
 bool KestrixSim::start(const Options& options) {
     if (options.home.empty() && !_ownHome) _ownHome = std::make_unique<TempDir>();
     _home = options.home.empty() ? _ownHome->path() : options.home;
@@ -56,7 +45,7 @@ bool KestrixSim::start(const Options& options) {
     envPointers.push_back(nullptr);
 
     int out[2];
-    if (pipe2(out, O_CLOEXEC) != 0) return fail("pipe failed");
+    if (pipe2(out, O_CLOEXEC) != 0) return false;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
@@ -67,7 +56,8 @@ bool KestrixSim::start(const Options& options) {
     if (code != 0) {
         ::close(out[0]);
         _pid = -1;
-        return fail(std::string("cannot start kestrix-sim: ") + strerror(code));
+        _error = std::string("cannot start kestrix-sim: ") + strerror(code);
+        return false;
     }
     // The ready line, within 10 s; nothing else comes on stdout.
     std::string line;
@@ -79,7 +69,8 @@ bool KestrixSim::start(const Options& options) {
     ::close(out[0]);
     if (line.empty() || line.back() != '\n' || line.compare(0, sizeof kReadyPrefix - 1, kReadyPrefix) != 0) {
         stop();
-        return fail("kestrix-sim did not get ready (last output: \"" + line + "\")");
+        _error = "kestrix-sim did not get ready (last output: \"" + line + "\")";
+        return false;
     }
     _port = static_cast<unsigned short>(std::stoi(line.substr(line.rfind(':') + 1)));
     const std::string uri = readFile(_home + "/.local/share/Corvane/Corvane Kestrix/var/run/http.uri");

@@ -21,8 +21,8 @@ public:
         std::string home;               // HOME of the simulator; "": a fresh temporary folder
     };
 
-    KestrixSim();
-    ~KestrixSim();
+    KestrixSim() = default;
+    ~KestrixSim() { stop(); }
     KestrixSim(const KestrixSim&) = delete;
     KestrixSim& operator=(const KestrixSim&) = delete;
 
@@ -47,8 +47,6 @@ public:
     bool control(const std::string& query) const;
 
 private:
-    bool fail(const std::string& message);
-
     std::unique_ptr<TempDir> _ownHome;
     std::string _home, _recordFile, _key, _error;
     unsigned short _port = 0;

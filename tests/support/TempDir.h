@@ -33,10 +33,6 @@ public:
         std::ofstream(file(name), std::ios::binary | std::ios::trunc) << content;
         return file(name);
     }
-    std::string mkdir(const std::string& name) const {
-        std::filesystem::create_directories(file(name));
-        return file(name);
-    }
 
 private:
     std::string _path;

@@ -30,9 +30,7 @@ namespace {
 // between them, then closes or keeps the connection until destroyed.
 class ScriptedServer {
 public:
-    ScriptedServer(std::vector<std::string> pieces, int gapMs, bool closeAfter)
-        : _pieces(std::move(pieces)), _gapMs(gapMs), _closeAfter(closeAfter) {
-        _listenFd = ::socket(AF_INET, SOCK_STREAM, 0);
+    ScriptedServer(std::vector<std::string> pieces, int gapMs, bool closeAfter) {
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -40,15 +38,31 @@ public:
         if (::bind(_listenFd, reinterpret_cast<sockaddr*>(&a), len) != 0 || ::listen(_listenFd, 4) != 0 ||
             getsockname(_listenFd, reinterpret_cast<sockaddr*>(&a), &len) != 0)
             ADD_FAILURE() << "cannot listen";
-        _port = ntohs(a.sin_port);
-        _thread = std::thread([this] { serve(); });
+        port = ntohs(a.sin_port);
+        _thread = std::thread([this, pieces, gapMs, closeAfter] {
+            const int fd = readable(_listenFd) ? ::accept(_listenFd, nullptr, nullptr) : -1;
+            const int on = 1;
+            setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            std::string request;  // no body: the blank line ends it
+            char buf[1024];
+            for (ssize_t n; fd >= 0 && request.find("\r\n\r\n") == std::string::npos && readable(fd) &&
+                            (n = ::recv(fd, buf, sizeof buf, 0)) > 0;)
+                request.append(buf, static_cast<size_t>(n));
+            for (size_t i = 0; fd >= 0 && i < pieces.size() && !_stop; ++i) {
+                if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(gapMs));
+                ::send(fd, pieces[i].data(), pieces[i].size(), MSG_NOSIGNAL);
+            }
+            while (fd >= 0 && !closeAfter && !_stop)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            if (fd >= 0) ::close(fd);
+        });
     }
     ~ScriptedServer() {
         _stop = true;
         _thread.join();
         ::close(_listenFd);
     }
-    unsigned short port() const { return _port; }
+    unsigned short port = 0;
 
 private:
     bool readable(int fd) {
@@ -57,29 +71,7 @@ private:
             if (poll(&p, 1, 50) == 1) return true;
         return false;
     }
-    void serve() {
-        const int fd = readable(_listenFd) ? ::accept(_listenFd, nullptr, nullptr) : -1;
-        if (fd < 0) return;
-        const int on = 1;
-        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        std::string request;  // no body: the blank line ends it
-        char buf[1024];
-        for (ssize_t n; request.find("\r\n\r\n") == std::string::npos && readable(fd) &&
-                        (n = ::recv(fd, buf, sizeof buf, 0)) > 0;)
-            request.append(buf, static_cast<size_t>(n));
-        for (size_t i = 0; i < _pieces.size() && !_stop; ++i) {
-            if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(_gapMs));
-            if (::send(fd, _pieces[i].data(), _pieces[i].size(), MSG_NOSIGNAL) < 0) break;
-        }
-        while (!_closeAfter && !_stop) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ::close(fd);
-    }
-
-    std::vector<std::string> _pieces;
-    int _gapMs;
-    bool _closeAfter;
-    int _listenFd = -1;
-    unsigned short _port = 0;
+    int _listenFd = ::socket(AF_INET, SOCK_STREAM, 0);
     std::atomic<bool> _stop{false};
     std::thread _thread;
 };
@@ -121,11 +113,6 @@ TEST(HttpReceive, AnswersInPieces) {
          50,
          false,
          "null"},
-        {"length after white space",
-         {"HTTP/1.1 200 OK\r\nContent-Length:   3\r\n\r\nabcdef"},
-         0,
-         false,
-         "abc"},
         {"chunks cut at their first NUL",
          {"HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nab" + nul + "cd", "efghi"},
          50,
@@ -136,16 +123,11 @@ TEST(HttpReceive, AnswersInPieces) {
          50,
          true,
          "abcd"},
-        {"a length in the body counts",
-         {"HTTP/1.1 200 OK\r\nX: y\r\n\r\n", "Content-Length: 2\r\nabc"},
-         50,
-         false,
-         "Co"},
         {"status line without reason", {"HTTP/1.1 200\r\nContent-Length: 2\r\n\r\nok"}, 0, false, "null"},
     };
     for (const Row& row : rows) {
         ScriptedServer server(row.pieces, row.gapMs, row.closeAfter);
-        HttpRequest request("127.0.0.1", server.port());
+        HttpRequest request("127.0.0.1", server.port);
         request.path = "/v4/kestrix/version";
         const auto start = std::chrono::steady_clock::now();
         std::unique_ptr<HttpResponse> response(request.invoke());
