@@ -44,12 +44,10 @@ public:
         return out;
     }
     size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
-    // How many lines are exactly `line` ("ERR Invalid URL: x").
-    size_t count(const std::string& line) const {
+    bool has(const std::string& line) const {
         const std::vector<std::string> found = withPrefix(line);
-        return static_cast<size_t>(std::count(found.begin(), found.end(), line));
+        return std::find(found.begin(), found.end(), line) != found.end();
     }
-    bool has(const std::string& line) const { return count(line) > 0; }
 
 private:
     static inline std::mutex s_mutex;

@@ -50,7 +50,6 @@ protected:
         _sim.stop();
         ClientHomeTest::TearDown();
     }
-    bool startSim(const std::vector<std::string>& args = {}) { return ClientHomeTest::startSim(_sim, args); }
     // How many requests for `target` the simulator received; it is another
     // process, so this polls its record (bounded) until there are `atLeast`.
     size_t sent(const std::string& target, size_t atLeast = 0) const {
@@ -63,10 +62,6 @@ protected:
         }
         return n;
     }
-    Strings events() {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _events;
-    }
     // A GET of `target`, reporting to a callback named `target`.
     HttpRequest* get(const std::string& target) {
         HttpRequest* request =
@@ -78,7 +73,7 @@ protected:
 
     CorvaneTest::KestrixSim _sim;
     std::mutex _mutex;
-    Strings _events;
+    Strings _events;  // read once the threads that write it are joined
 };
 
 }  // namespace
@@ -86,7 +81,7 @@ protected:
 // Stopping abandons the request in flight without its callback, and the
 // queued one goes with the worker, unsent.
 TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
-    ASSERT_TRUE(startSim()) << _sim.error();
+    ASSERT_TRUE(startSim(_sim)) << _sim.error();
     ASSERT_TRUE(_sim.control("mode=slow&delay_ms=800&path=/slow"));
     {
         RequestWorker worker;
@@ -96,9 +91,9 @@ TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
         worker.addRequest(get("/queued"));
         worker.stop();
         worker.join();
-        EXPECT_EQ(Strings{"deleted /slow"}, events());
+        EXPECT_EQ(Strings{"deleted /slow"}, _events);
     }
-    EXPECT_EQ((Strings{"deleted /slow", "deleted /queued"}), events());
+    EXPECT_EQ((Strings{"deleted /slow", "deleted /queued"}), _events);
     EXPECT_TRUE(sent("/queued") == 0);
 }
 
@@ -106,7 +101,7 @@ TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
 // thread: whatever a worker waits for, it ends at once. The bound only
 // separates "at once" from the pause (20 s) and the receive time-out (30 s).
 TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
-    ASSERT_TRUE(startSim({"--mode", "hang"})) << _sim.error();
+    ASSERT_TRUE(startSim(_sim, {"--mode", "hang"})) << _sim.error();
     const struct {
         const char* name;
         std::function<Worker*()> startWaiting;
@@ -141,7 +136,7 @@ TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
         EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5)) << row.name;
         EXPECT_TRUE(worker->isDone()) << row.name;
     }
-    EXPECT_EQ(Strings{"deleted /never-sent"}, events());
+    EXPECT_EQ(Strings{"deleted /never-sent"}, _events);
 }
 
 // In a child that may not start threads (RLIMIT_NPROC of 0, as a user other

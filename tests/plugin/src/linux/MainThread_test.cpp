@@ -54,24 +54,23 @@ using Events = std::vector<std::string>;
 // page may act while a panel shows) and returns; stop() interrupts it.
 class TestRunnable : public Runnable {
 public:
-    TestRunnable(Events* events, std::string name) : _events(events), _name(std::move(name)) {}
-    ~TestRunnable() override { _events->push_back(_name + " deleted"); }
+    explicit TestRunnable(Events* events) : _events(events) {}
+    ~TestRunnable() override { _events->push_back("panel deleted"); }
     bool isInterrupted() const override { return _stopped; }
     unsigned long result() const override { return 1; }
-    std::string resultStr() const override { return _name; }
+    std::string resultStr() const override { return "[]"; }
     void run() override {
-        _events->push_back(_name + " run");
+        _events->push_back("panel run");
         if (whileRunning) whileRunning();
     }
     void stop() override {
-        _events->push_back(_name + " stop");
+        _events->push_back("panel stop");
         _stopped = true;
     }
     std::function<void()> whileRunning;
 
 private:
     Events* _events;
-    std::string _name;
     bool _stopped = false;
 };
 
@@ -133,8 +132,8 @@ TEST_F(OneShotManagerTest, CallbacksQueuedWhenTheManagerGoesNeverRun) {
     });
     worker.join();
     manager.reset();
-    ASSERT_TRUE(
-        pumpUntil([&] { return log.count("DBG OneShotManagerHelper::shoot() - aborting callback") == 2; }));
+    ASSERT_TRUE(pumpUntil(
+        [&] { return log.countPrefix("DBG OneShotManagerHelper::shoot() - aborting callback") == 2; }));
     drainMainContext();
     EXPECT_EQ(0u, runs.size());
 }
@@ -143,7 +142,7 @@ TEST_F(OneShotManagerTest, AnInstanceGoingWhileItsPanelShowsStopsItAndItIsToldNo
     RunnableScheduler::init();
     Events events;
     auto osm = std::make_unique<OneShotManager>();
-    auto* runnable = new TestRunnable(&events, "save");
+    auto* runnable = new TestRunnable(&events);
     // While the panel shows, the browser tears the instance down: the
     // runnables are stopped, then the queue goes.
     runnable->whileRunning = [&] {
@@ -152,7 +151,7 @@ TEST_F(OneShotManagerTest, AnInstanceGoingWhileItsPanelShowsStopsItAndItIsToldNo
     };
     RunnableScheduler::scheduleRunnable(osm.get(), runnable, new TestCallback(&events));
     ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
-    EXPECT_EQ(events, (Events{"save run", "save stop", "callback deleted", "save deleted"}));
+    EXPECT_EQ(events, (Events{"panel run", "panel stop", "callback deleted", "panel deleted"}));
     drainMainContext();
     RunnableScheduler::cleanup();
 }

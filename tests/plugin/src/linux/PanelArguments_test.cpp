@@ -92,9 +92,6 @@ TEST(PanelArguments, SavePanels) {
          kText,
          {"--mode", "save", "--name=archive.tar.gz", "--ext=txt", "--ext=TXT", "--ext=gz", "--ext=GZ"}},
         {"a.b et al", kText, {"--mode", "save", "--name=a.b et al", "--ext=txt", "--ext=TXT"}},
-        {"Smith et. al.pdf",
-         kText,
-         {"--mode", "save", "--name=Smith et. al.pdf", "--ext=txt", "--ext=TXT", "--ext=pdf", "--ext=PDF"}},
         {"README", kAll, {"--mode", "save", "--name=README"}},
         {"x.pdf", kAll, {"--mode", "save", "--name=x.pdf", "--ext=pdf", "--ext=PDF", "--allow-other"}},
     };
