@@ -1,7 +1,5 @@
-// Runs the kestrix-sim program (the stand-in local client) for one test:
-// starts it with a private HOME and data folder, waits for it to listen,
-// talks to it (its /sim/ control calls) and reads the requests it recorded
-// byte for byte. Stopped on destruction.
+// Runs the kestrix-sim program (the stand-in local client) for one test in
+// a private HOME, until destruction; controls it and reads what it received.
 #pragma once
 
 #include <sys/types.h>

@@ -1,7 +1,5 @@
-// Collects every log line ("LABEL message", no timestamp) of the process
-// while it lives, through the runtime's function sink. Lines can come from
-// any thread. One at a time: the sink and the debug levels are process-wide.
-// `debugAll` is the all-modules debug level while it lives.
+// Collects the process's log lines ("LABEL message") from any thread while
+// it lives, at all-modules debug level `debugAll`. One at a time.
 #pragma once
 
 #include <algorithm>

@@ -58,10 +58,6 @@ TEST(Json, ReadersAndRefusals) {
         EXPECT_EQ(row.isTrue, json.isTrue(path)) << row.text.substr(0, 40);
         EXPECT_EQ(row.containsError, json.containsError()) << row.text.substr(0, 40);
     }
-    Json deep;
-    ASSERT_TRUE(deep.parse(R"({"a":{"b":{"c":-3e2}}})"));
-    const char* abc[] = {"a", "b", "c", nullptr};
-    EXPECT_EQ("-3e2", deep.getString(abc));
 }
 
 // Each row: the text and its fields; odd text keeps its odd long-standing reading.

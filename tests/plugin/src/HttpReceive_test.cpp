@@ -11,6 +11,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -18,7 +20,9 @@
 
 #include "HttpRequest.h"
 #include "HttpResponse.h"
+#include "ScopedEnv.h"
 #include "TcpSocket.h"
+#include "TempDir.h"
 
 using Kestrix::Web::HttpRequest;
 using Kestrix::Web::HttpResponse;
@@ -88,7 +92,14 @@ std::vector<std::string> bytes(const std::string& text) {
 // afterwards, and the body made of it ("null": no response). A connection
 // left open must end well before the 2 s limit.
 TEST(HttpReceive, AnswersInPieces) {
+    CorvaneTest::TempDir home;  // the client's key is read from the user's files
+    CorvaneTest::ScopedEnv env;
+    env.privateHome(home.path());
     TcpSocket::setTimeouts({2000, 2000, 2000});
+    const auto openFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto filesBefore = openFiles();
     const std::string nul(1, '\0');
     const struct Row {
         const char* name;
@@ -136,6 +147,7 @@ TEST(HttpReceive, AnswersInPieces) {
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
         }
     }
+    EXPECT_EQ(filesBefore, openFiles()) << "every connection is closed";
     TcpSocket::resetTimeouts();
 }
 

@@ -1,8 +1,6 @@
-// The plug-in's rules for what a page may send or read: transfer bodies
-// against the files and download folder the user chose, the request line
-// and reads of chosen files.
-// The user chose the file /home/u/chosen/a.txt and the folder
-// /home/u/Pictures (open-file panel), and /home/u/dl to download into.
+// What a page may send or read: transfer bodies against the files and the
+// download folder the user chose (the file /home/u/chosen/a.txt, the folder
+// /home/u/Pictures, /home/u/dl to download into), request lines, reads.
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <unistd.h>

@@ -1,6 +1,5 @@
-// The queue that hands work from worker threads to the browser's main
-// thread, and what happens to work and panels still queued or showing when
-// their owner goes.
+// The queue that hands work from worker threads to the main thread, and work
+// and panels still queued or showing when their owner goes.
 #include <glib.h>
 #include <gtest/gtest.h>
 
