@@ -30,7 +30,7 @@ std::string receive(const std::string& root, const std::string& absolute = "true
            absolute + "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + root +
            "\"}}]}";
 }
-std::string spec(const std::string& inner) {
+std::string transferSpec(const std::string& inner) {
     return "{\"transfer_specs\":[{\"transfer_spec\":{" + inner + "}}]}";
 }
 
@@ -61,7 +61,7 @@ TEST(PlugInRules, TransferBodies) {
         {"backslash root", send(source("a.txt"), "\"source_root\":\"\\\\home\\\\u\\\\chosen\\\\\","), ""},
         {"root elsewhere", send(source("passwd"), "\"source_root\":\"/etc\","), kAny},
         {"paths is an object", send("{\"source\":\"/x\"}"), kBadPaths},
-        {"paths missing", spec("\"direction\":\"send\""), kBadPaths},
+        {"paths missing", transferSpec("\"direction\":\"send\""), kBadPaths},
         {"element is a string", send("[\"/etc/passwd\"]"), kBadPaths},
         {"source is null", send("[{\"source\":null}]"), kBadPaths},
         {"element without source (let through: uploads nothing)", send("[{\"destination\":\"/etc/x\"}]"), ""},
@@ -73,7 +73,7 @@ TEST(PlugInRules, TransferBodies) {
          "{\"transfer_specs\":[],\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" +
              source("/etc/passwd") + "}}]}",
          kAny},
-        {"later spec (let through: only the first is examined)",
+        {"later transfer spec (let through: only the first is examined)",
          "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" +
              source("/home/u/chosen/a.txt") +
              "}},{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/etc/passwd") + "}}]}",
@@ -96,7 +96,7 @@ TEST(PlugInRules, TransferBodies) {
         {"NUL in app_id", "{\"corvane_kestrix_settings\":{\"app_id\":\"^portal\\u0000.evil\"}}",
          error("Invalid argument: app_id")},
         {"NUL in direction",
-         spec("\"direction\":\"send\\u0000\",\"paths\":" + source("/home/u/chosen/a.txt")),
+         transferSpec("\"direction\":\"send\\u0000\",\"paths\":" + source("/home/u/chosen/a.txt")),
          error("Invalid argument: direction")},
         {"NUL in source", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")),
          error("Invalid argument: source")},
