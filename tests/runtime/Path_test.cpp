@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-#include "ScopedEnv.h"
 #include "TempDir.h"
 #include "cv_path.h"
 
-using CorvaneTest::ScopedEnv;
 using CorvaneTest::TempDir;
 
 namespace {
@@ -34,63 +31,35 @@ TEST(PathCanonical, Rules) {
     } rows[] = {
         // Components are rebuilt.
         {"/a/b/../c", 256, "/a/c"},
-        {"/a/./b/.", 256, "/a/b"},
         {"//a///b//", 256, "/a/b"},
         {"a//b/./c/", 256, "a/b/c"},
-        {"/x/...", 256, "/x/..."},
-        {"/.hidden/..b/c.", 256, "/.hidden/..b/c."},
-        {"/a/b/c/../../d", 256, "/a/d"},
         // ".." without a parent is dropped.
         {"/..", 256, "/"},
-        {"/../../a", 256, "/a"},
         {"../a", 256, "a"},
-        {"a/../../b", 256, "b"},
         // The root, and nothing left.
         {"/", 256, "/"},
-        {"///", 256, "/"},
         {".", 256, "."},
-        {"./", 256, "."},
         {"a/..", 256, "."},
-        {"a/b/../../..", 256, "."},
         {"", 4, ""},
         // Backslashes are separators; a one-letter "scheme" is a drive letter.
         {"a\\b\\..\\c", 256, "a/c"},
         {"\\\\srv\\share\\\\x\\", 256, "/srv/share/x"},
         {"C:\\dir\\.\\file", 256, "C:/dir/file"},
         // A newline anywhere fails.
-        {"/tmp/a\nb", 256, "<-1>"},
-        {"/tmp/a\n", 256, "<-1>"},
         {"http://x/\n", 256, "<-1>"},
         // URIs are copied unchanged, when they fit.
         {"http://host//a/../b/./", 256, "http://host//a/../b/./"},
-        {"file:///a/./b", 256, "file:///a/./b"},
-        {"vexl://x\\y/../z/", 256, "vexl://x\\y/../z/"},
         {"x-a+b.c:..\\..", 256, "x-a+b.c:..\\.."},
         {"http://h/", 9, "<-1>"},
         {"http://h/", 10, "http://h/"},
         // Output that does not fit fails.
         {"/abc", 4, "<-1>"},
-        {"/abc", 5, "/abc"},
-        {"/a//b/", 4, "<-1>"},
-        {"/a//b/", 5, "/a/b"},
-        {"/", 1, "<-1>"},
-        {"a/..", 1, "<-1>"},
-        {"a/..", 2, "."},
         {"/a", 0, "<-1>"},
     };
     for (const Row& row : rows)
         EXPECT_EQ(row.out, canonical(row.in, row.size)) << row.in << " in " << row.size;
     char out[8];
     EXPECT_EQ(-1, cv_path_canonical_path(nullptr, out, sizeof out));
-}
-
-TEST(PathCanonical, InPlace) {
-    char buf[64] = "//usr/./local\\..//lib/";
-    ASSERT_EQ(0, cv_path_canonical_path(buf, buf, sizeof buf));
-    EXPECT_STREQ("/usr/lib", buf);
-    char rel[64] = "./a/../b//c/";
-    ASSERT_EQ(0, cv_path_canonical_path(rel, rel, sizeof rel));
-    EXPECT_STREQ("b/c", rel);
 }
 
 TEST(PathUri, SchemeRules) {
@@ -106,121 +75,32 @@ TEST(PathUri, SchemeRules) {
         EXPECT_EQ(row.uri, cv_uri_valid_uri(row.text)) << (row.text ? row.text : "null");
 }
 
-TEST(PathAppend, JoinsAndCanonicalises) {
-    char out[64];
-    ASSERT_EQ(0, cv_path_append("/usr/", "lib/../bin/", out, sizeof out));
-    EXPECT_STREQ("/usr/bin", out);
-    ASSERT_EQ(0, cv_path_append("", "a/./b", out, sizeof out));
-    EXPECT_STREQ("a/b", out);
-    ASSERT_EQ(0, cv_path_append(nullptr, "/x//y", out, sizeof out));
-    EXPECT_STREQ("/x/y", out);
-    ASSERT_EQ(0, cv_path_append("/home/u", "", out, sizeof out));
-    EXPECT_STREQ("/home/u", out);
-
-    EXPECT_EQ(-1, cv_path_append("/abc", "def", out, 8));
-    ASSERT_EQ(0, cv_path_append("/abc", "def", out, 9));
-    EXPECT_STREQ("/abc/def", out);
-}
-
-TEST(PathAppend, OutputMayBeTheName) {
-    char name[64] = "corvane.log";
-    ASSERT_EQ(0, cv_path_append("/home/u/Library/Logs/Corvane", name, name, sizeof name));
-    EXPECT_STREQ("/home/u/Library/Logs/Corvane/corvane.log", name);
-}
-
-TEST(PathPrefix, LeadingSeparatorsFormTheRoot) {
-    char prefix[4];
-    EXPECT_EQ(1, cv_path_extract_prefix("/a", prefix, sizeof prefix));
-    EXPECT_STREQ("/", prefix);
-    EXPECT_EQ(3, cv_path_extract_prefix("/\\/a", prefix, sizeof prefix));
-    EXPECT_STREQ("/", prefix);
-    EXPECT_EQ(0, cv_path_extract_prefix("a/b", prefix, sizeof prefix));
-    EXPECT_STREQ("", prefix);
-    EXPECT_EQ(-1, cv_path_extract_prefix("/a", prefix, 1));
-}
-
-TEST(PathPrefix, UncParts) {
-    char server[8], share[8];
-    ASSERT_EQ(0, cv_path_unc_parts("//server/share/rest/x", server, sizeof server, share, sizeof share));
-    EXPECT_STREQ("server", server);
-    EXPECT_STREQ("share", share);
-    ASSERT_EQ(0, cv_path_unc_parts("\\\\srv\\shr", server, sizeof server, share, sizeof share));
-    EXPECT_STREQ("srv", server);
-    EXPECT_STREQ("shr", share);
-
-    for (const char* bad :
-         {"/server/share", "///server/share", "//server", "//server/", "//longserver/s", "//s/longshare"})
-        EXPECT_EQ(-1, cv_path_unc_parts(bad, server, sizeof server, share, sizeof share)) << bad;
-}
-
-TEST(PathFindFile, SkipsMissingFolderAndFindsInSecond) {
+// A name is looked for in each folder in turn; the answer must fit in full.
+TEST(PathFindFile, FirstFolderHoldingTheName) {
     TempDir tmp;
-    std::string missing = tmp.file("missing");
-    std::string apps = tmp.mkdir("apps");
-    tmp.write("apps/corvanekestrix", "#!/bin/sh\n");
-    const char* dirs[] = {missing.c_str(), apps.c_str(), nullptr};
-
-    char out[512];
-    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", dirs, out, sizeof out));
-    EXPECT_EQ(apps + "/corvanekestrix", out);
-
-    // A folder is found as well as a file (application bundles are folders).
-    tmp.mkdir("apps/Client.app");
-    ASSERT_EQ(0, cv_path_find_file_in_paths("Client.app", dirs, out, sizeof out));
-    EXPECT_EQ(apps + "/Client.app", out);
-
-    // The first folder wins when both hold the name.
-    std::string first = tmp.mkdir("first");
-    tmp.write("first/corvanekestrix", "");
-    const char* both[] = {first.c_str(), apps.c_str(), nullptr};
-    ASSERT_EQ(0, cv_path_find_file_in_paths("corvanekestrix", both, out, sizeof out));
-    EXPECT_EQ(first + "/corvanekestrix", out);
-}
-
-TEST(PathFindFile, Failures) {
-    TempDir tmp;
-    std::string apps = tmp.mkdir("apps");
+    const std::string missing = tmp.file("no");
+    const std::string first = tmp.file("first"), apps = tmp.file("apps");
+    tmp.write("first/tool", "");
     tmp.write("apps/tool", "");
-    const char* dirs[] = {apps.c_str(), nullptr};
-    char out[512];
-
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("other", dirs, out, sizeof out));
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("", dirs, out, sizeof out));
-    const char* none[] = {nullptr};
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", none, out, sizeof out));
-}
-
-TEST(PathFindFile, SizeLimit) {
-    TempDir tmp;
-    std::string apps = tmp.mkdir("apps");
-    tmp.write("apps/tool", "");
-    const char* dirs[] = {apps.c_str(), nullptr};
-    char out[512];
-
-    // dir + "/" + name + NUL fits exactly.
-    size_t exact = apps.size() + 4 + 2;
-    ASSERT_EQ(0, cv_path_find_file_in_paths("tool", dirs, out, exact));
-    EXPECT_EQ(apps + "/tool", out);
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", dirs, out, exact - 1));
-
-    // The search stops at the first candidate that does not fit, even when a
-    // later, shorter one would.
-    std::string longMissing = tmp.file("a-much-longer-folder-name-that-does-not-exist");
-    const char* order[] = {longMissing.c_str(), apps.c_str(), nullptr};
-    EXPECT_EQ(-1, cv_path_find_file_in_paths("tool", order, out, exact));
-}
-
-TEST(PathHome, CanonicalHome) {
-    TempDir tmp;
-    ScopedEnv env;
-    env.set("HOME", tmp.path() + "//user/./x/");
-    char buf[512];
-    std::string expected = tmp.path() + "/user/x";
-    EXPECT_EQ(static_cast<int>(expected.size()), cv_path_home_dir(buf, sizeof buf));
-    EXPECT_EQ(expected, buf);
-    EXPECT_EQ(-1, cv_path_home_dir(buf, expected.size()));
-    EXPECT_EQ(-1, cv_path_home_dir(buf, 0));
-
-    env.unset("HOME");
-    EXPECT_EQ(-1, cv_path_home_dir(buf, sizeof buf));
+    tmp.write("apps/other", "");
+    const char* dirs[] = {missing.c_str(), first.c_str(), apps.c_str(), nullptr};
+    const size_t exact = first.size() + 4 + 2;  // folder, "/", name and NUL
+    const struct Row {
+        const char* name;
+        size_t size;
+        std::string found;
+    } rows[] = {
+        {"tool", 512, first + "/tool"},
+        {"other", 512, apps + "/other"},
+        {"none", 512, "<-1>"},
+        {"", 512, "<-1>"},
+        {"tool", exact, first + "/tool"},
+        {"tool", exact - 1, "<-1>"},
+    };
+    for (const Row& row : rows) {
+        char out[512] = "";
+        const int rc = cv_path_find_file_in_paths(row.name, dirs, out, row.size);
+        EXPECT_EQ(row.found, rc == 0 ? std::string(out) : "<" + std::to_string(rc) + ">")
+            << row.name << row.size;
+    }
 }

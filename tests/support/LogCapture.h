@@ -1,10 +1,5 @@
-// Collects every log line ("LABEL message", no timestamp) of the process
-// while it lives, through the runtime's function sink. Lines can come from
-// any thread. One at a time: the sink and the debug levels are process-wide.
-//
-//   CorvaneTest::LogCapture log(2);   // all-modules debug level 2
-//   ...
-//   EXPECT_EQ(1u, log.count("ERR recv() returned 0"));
+// Collects the process's log lines ("LABEL message") from any thread while
+// it lives, at all-modules debug level `debugAll`. One at a time.
 #pragma once
 
 #include <algorithm>
@@ -21,10 +16,13 @@ public:
     explicit LogCapture(unsigned debugAll = 0) {
         cv_log_cleanup();
         {
-            std::lock_guard<std::mutex> lock(mutex());
-            lines().clear();
+            std::lock_guard<std::mutex> lock(s_mutex);
+            s_lines.clear();
         }
-        cv_log_set_function(&LogCapture::collect);
+        cv_log_set_function([](const char* text) {
+            std::lock_guard<std::mutex> lock(s_mutex);
+            s_lines.emplace_back(text);
+        });
         cv_dbg_set(1);
         cv_dbg_set_all(debugAll);
     }
@@ -35,49 +33,23 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<std::string> all() const {
-        std::lock_guard<std::mutex> lock(mutex());
-        return lines();
-    }
-    // How many lines are exactly `line` ("ERR Invalid URL: x").
-    size_t count(const std::string& line) const {
-        const std::vector<std::string> copy = all();
-        return static_cast<size_t>(std::count(copy.begin(), copy.end(), line));
-    }
-    bool has(const std::string& line) const { return count(line) > 0; }
     // The lines that begin with prefix ("ERR "), in order.
     std::vector<std::string> withPrefix(const std::string& prefix) const {
+        std::lock_guard<std::mutex> lock(s_mutex);
         std::vector<std::string> out;
-        for (const std::string& line : all()) {
+        for (const std::string& line : s_lines)
             if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
-        }
         return out;
     }
     size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
-    // Every line, each ending in a newline: for failure messages.
-    std::string text() const {
-        std::string joined;
-        for (const std::string& line : all()) joined += line + "\n";
-        return joined;
-    }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().clear();
+    bool has(const std::string& line) const {
+        const std::vector<std::string> found = withPrefix(line);
+        return std::find(found.begin(), found.end(), line) != found.end();
     }
 
 private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    static std::vector<std::string>& lines() {
-        static std::vector<std::string> v;
-        return v;
-    }
-    static void collect(const char* text) {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().emplace_back(text);
-    }
+    static inline std::mutex s_mutex;
+    static inline std::vector<std::string> s_lines;
 };
 
 }  // namespace CorvaneTest
