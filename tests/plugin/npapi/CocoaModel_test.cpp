@@ -19,12 +19,8 @@ using Kestrix::Web::cocoaEventAction;
 
 // What the stand-in browser answers, and the calls it received.
 struct MacBrowser {
-    NPError coreGraphicsError = NPERR_NO_ERROR;
-    NPBool coreGraphics = true;
-    NPError drawingModelError = NPERR_NO_ERROR;
-    NPError cocoaError = NPERR_NO_ERROR;
-    NPBool cocoa = true;
-    NPError eventModelError = NPERR_NO_ERROR;
+    NPError coreGraphicsError, drawingModelError, cocoaError, eventModelError;
+    NPBool coreGraphics, cocoa;
     std::vector<std::string> calls;
 };
 MacBrowser* g_browser = nullptr;
@@ -50,42 +46,30 @@ TEST(CocoaModel, NegotiatesCoreGraphicsThenCocoaAndStopsAtARefusal) {
     const std::string cocoa = "get " + std::to_string(NPNVsupportsCocoaBool);
     const std::string events =
         "set " + std::to_string(NPPVpluginEventModel) + "=" + std::to_string(NPEventModelCocoa);
+    const NPError ok = NPERR_NO_ERROR, generic = NPERR_GENERIC_ERROR, invalid = NPERR_INVALID_PARAM;
+    // A plain "no" from the browser is logged but answered as success.
     const struct {
-        const char* name;
-        void (*arrange)(MacBrowser&);
+        MacBrowser browser;  // errors: CoreGraphics, drawing model, Cocoa, event model; then the two answers
         NPError expected;
         std::vector<std::string> calls;
     } cases[] = {
-        {"both offered", [](MacBrowser&) {}, NPERR_NO_ERROR, {cg, model, cocoa, events}},
-        {"CoreGraphics unknown",
-         [](MacBrowser& b) { b.coreGraphicsError = NPERR_GENERIC_ERROR; },
-         NPERR_GENERIC_ERROR,
-         {cg}},
-        // A plain "no" is logged but answered as success.
-        {"CoreGraphics refused", [](MacBrowser& b) { b.coreGraphics = false; }, NPERR_NO_ERROR, {cg}},
-        {"drawing model not taken",
-         [](MacBrowser& b) { b.drawingModelError = NPERR_INVALID_PARAM; },
-         NPERR_INVALID_PARAM,
-         {cg, model}},
-        {"Cocoa unknown",
-         [](MacBrowser& b) { b.cocoaError = NPERR_INVALID_PARAM; },
-         NPERR_INVALID_PARAM,
-         {cg, model, cocoa}},
-        {"Cocoa refused", [](MacBrowser& b) { b.cocoa = false; }, NPERR_NO_ERROR, {cg, model, cocoa}},
-        {"event model not taken",
-         [](MacBrowser& b) { b.eventModelError = NPERR_GENERIC_ERROR; },
-         NPERR_GENERIC_ERROR,
-         {cg, model, cocoa, events}},
+        {{ok, ok, ok, ok, true, true, {}}, ok, {cg, model, cocoa, events}},
+        {{generic, ok, ok, ok, true, true, {}}, generic, {cg}},
+        {{ok, ok, ok, ok, false, true, {}}, ok, {cg}},
+        {{ok, invalid, ok, ok, true, true, {}}, invalid, {cg, model}},
+        {{ok, ok, invalid, ok, true, true, {}}, invalid, {cg, model, cocoa}},
+        {{ok, ok, ok, ok, true, false, {}}, ok, {cg, model, cocoa}},
+        {{ok, ok, ok, generic, true, true, {}}, generic, {cg, model, cocoa, events}},
     };
     NPNetscapeFuncs funcs = {};
     funcs.size = sizeof funcs;
     funcs.getvalue = getValue;
     funcs.setvalue = setValue;
     ASSERT_EQ(NPERR_NO_ERROR, CW_PopulateNetscapeFunctionTable(&funcs));
+    int row = 0;
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        MacBrowser browser;
-        c.arrange(browser);
+        SCOPED_TRACE(row++);
+        MacBrowser browser = c.browser;
         g_browser = &browser;
         NPP_t instance = {};
         EXPECT_EQ(c.expected, CW_CocoaEventsSupportedCheck(&instance));
