@@ -159,7 +159,8 @@ TEST_F(LogTest, ConcurrentLinesStayWholeAcrossARotation) {
         for (const std::string& line : messages(_dir.file(file))) seen.insert(line);
     EXPECT_EQ(inode(_dir.file("mt.log")), inode(_dir.file("mt.1.log")));
     EXPECT_GE(fs::file_size(_dir.file("mt.0.log")), 1u << 20);
-    EXPECT_LT(fs::file_size(_dir.file("mt.0.log")), (1u << 20) + 65536 + 4400);
+    // Writers go on while one of them rotates: the overshoot has no exact bound.
+    EXPECT_LT(fs::file_size(_dir.file("mt.0.log")), (1u << 20) + 4 * 65536);
     EXPECT_EQ(4000u, seen.size());
     for (int t = 0; t < 4; ++t)
         for (int i = 0; i < 1000; i += 97)
