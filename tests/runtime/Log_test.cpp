@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -166,4 +167,32 @@ TEST_F(LogTest, ConcurrentLinesStayWholeAcrossARotation) {
         for (int i = 0; i < 1000; i += 97)
             EXPECT_EQ(1u, seen.count("LOG t" + std::to_string(t) + " i" + std::to_string(i) + " " + filler +
                                      " " + tags[t]));
+}
+
+// At start-up the log goes on in the newest numbered file, "newest" counted
+// round the wrap from 9 to 0; files of other shapes are not its own.
+TEST_F(LogTest, StartUpContinuesInTheNewestNumberedFile) {
+    const struct {
+        std::vector<int> present;
+        int expected;
+    } rows[] = {{{0, 1, 2}, 2}, {{3, 4}, 4}, {{0, 2, 3, 4, 5, 6, 7, 8, 9}, 0}, {{7, 8, 9}, 9}, {{}, 0}};
+    for (const auto& row : rows) {
+        TempDir dir;
+        for (int d : row.present) dir.write("s." + std::to_string(d) + ".log", "");
+        for (const char* other : {"s.x.log", "s.12.log", "t.5.log"}) dir.write(other, "");
+        ASSERT_EQ(0, cv_log_init(CV_LOG_FILE, (dir.file("s.log") + ":10").c_str()));
+        cv_log("here");
+        for (int d = 0; d < 10; ++d) {
+            const std::string f = dir.file("s." + std::to_string(d) + ".log");
+            const bool present = std::find(row.present.begin(), row.present.end(), d) != row.present.end();
+            SCOPED_TRACE(f);
+            if (d == row.expected)
+                EXPECT_NE(std::string::npos, readFile(f).find("LOG here"));
+            else if (present)
+                EXPECT_EQ("", readFile(f));
+            else
+                EXPECT_FALSE(fs::exists(f));  // going on deletes nothing
+        }
+        cv_log_cleanup();
+    }
 }
