@@ -6,6 +6,8 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -176,4 +178,46 @@ TEST(HttpReceive, AnswerTextParsing) {
     std::unique_ptr<HttpResponse> r(
         HttpResponse::parse("HTTP/1.1 200 OK\r\nX-A:  a \r\nx-a: b\r\nX-A: c\r\n\r\n"));
     EXPECT_EQ(" a b", r ? r->header("X-A") + r->header("x-a") : "");
+}
+
+// A signal while the plug-in waits for the client to accept (the panel
+// program ending, say) must not turn the connect time-out into an endless
+// wait: the attempt still fails after its time.
+TEST(HttpReceive, ConnectTimeOutOutlastsASignal) {
+    // A listener whose queue is full leaves further attempts pending.
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), size));
+    ASSERT_EQ(0, listen(listener, 0));
+    ASSERT_EQ(0, getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size));
+    std::vector<int> fillers;
+    for (int i = 0; i < 4; ++i) {
+        fillers.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        connect(fillers.back(), reinterpret_cast<sockaddr*>(&address), size);
+    }
+    struct sigaction action = {}, old = {};
+    action.sa_handler = [](int) {};  // no SA_RESTART: the wait sees EINTR
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &old));
+    TcpSocket::setTimeouts({400, 1000, 1000});
+
+    std::atomic<int> result{-1};
+    std::thread attempt([&] {
+        TcpSocket socket;
+        result = socket.connect("127.0.0.1", ntohs(address.sin_port)) ? 1 : 0;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    pthread_kill(attempt.native_handle(), SIGUSR1);
+    for (int i = 0; i < 500 && result < 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(0, result.load()) << "the attempt did not end within 5 s";
+    if (result < 0)
+        attempt.detach();  // stuck for good: leave it to the end of the process
+    else
+        attempt.join();
+    TcpSocket::resetTimeouts();
+    sigaction(SIGUSR1, &old, nullptr);
+    for (int fd : fillers) close(fd);
+    close(listener);
 }
