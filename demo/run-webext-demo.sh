@@ -20,7 +20,7 @@ sim="$build/tools/kestrix-sim/kestrix-sim"
 for f in "$host" "$sim"; do [ -x "$f" ] || die "$f is missing (run make demo)"; done
 
 drivers="$repo/tests/e2e/webext"
-if [ ! -d "$drivers/node_modules/puppeteer-core" ]; then
+if [ ! -d "$drivers/node_modules/ws" ]; then
   npm ci --prefix "$drivers" --no-audit --no-fund || die "npm ci failed"
 fi
 
