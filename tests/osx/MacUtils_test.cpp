@@ -1,15 +1,38 @@
-// MacUtils::getSystemVersion on the Gestalt answers of older and newer
-// systems, and of one that does not answer (Gestalt stands in here).
+// The macOS layer from plain C++: GNUstep's Objective-C++ frames do not
+// catch C++ exceptions the way a Mac's do, so throws are caught here.
 #include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
+#include "DialogImplFactory.h"
 #include "LogCapture.h"
 #include "PlatformUtils.h"
 
 namespace {
 
+using Kestrix::Web::DialogImplFactory;
+using Kestrix::Web::IDialogImpl;
+
+// A bad file-type filter stops each Mac panel before anything shows.
+TEST(MacPanels, BadFilterThrowsBeforeAnythingShows) {
+    const char* const badFilters[] = {"{}", "[{\"filter_name\":\"x\",\"extensions\":[]}]",
+                                      "[{\"extensions\":[\"a\"]}]"};
+    for (const char* filter : badFilters) {
+        SCOPED_TRACE(filter);
+        auto open = DialogImplFactory::createOpenDialog(nullptr, "", false, false, filter, false, "safari");
+        auto save = DialogImplFactory::createSaveDialog(nullptr, "", "a.txt", filter, "safari");
+        for (IDialogImpl* dialog : {open.get(), save.get()}) {
+            dialog->setTimeout(1);
+            EXPECT_THROW(dialog->doShow(), std::runtime_error);
+            EXPECT_EQ(IDialogImpl::kStateNotShown, dialog->state());
+        }
+    }
+}
+
+// getSystemVersion on the Gestalt answers of older and newer systems, and
+// of one that does not answer (Gestalt stands in here).
 const OSType kSysv = 0x73797376, kSys1 = 0x73797331, kSys2 = 0x73797332, kSys3 = 0x73797333;
 
 TEST(MacUtils, SystemVersionFromGestalt) {
