@@ -36,17 +36,6 @@ public:
     }
 };
 
-// The browser's main window, which the time-out sheet attaches to.
-NSWindow* makeMainWindow() {
-    NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 400, 300)
-                                                   styleMask:NSTitledWindowMask
-                                                     backing:NSBackingStoreBuffered
-                                                       defer:NO];
-    [window makeKeyAndOrderFront:nil];
-    [window makeMainWindow];
-    return window;
-}
-
 }  // namespace
 
 // Plays the user who dismisses the time-out alert. GNUstep runs a sheet as
@@ -85,25 +74,26 @@ NSWindow* makeMainWindow() {
 
 namespace {
 
-// Calls [dismisser check:] every 0.2 s, in modal runs too.
-NSTimer* tickDuringPanels(AlertDismisser* dismisser) {
+// The guard ends the modal run as aborted, with its alert, for the guarded
+// browsers; for the others only the plug-in closing the panel from outside
+// (well past the second the guard would take) ends it.
+TEST(MacPanels, GuardEndsTheModalRunForTheGuardedBrowsersOnly) {
+    // The browser's main window, which the time-out sheet attaches to.
+    NSWindow* browserWindow = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 400, 300)
+                                                          styleMask:NSTitledWindowMask
+                                                            backing:NSBackingStoreBuffered
+                                                              defer:NO];
+    [browserWindow makeKeyAndOrderFront:nil];
+    [browserWindow makeMainWindow];
+    // The user, every 0.2 s, in modal runs too.
+    AlertDismisser* user = [[AlertDismisser alloc] init];
     NSTimer* timer = [NSTimer timerWithTimeInterval:0.2
-                                             target:dismisser
+                                             target:user
                                            selector:@selector(check:)
                                            userInfo:nil
                                             repeats:YES];
     for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
         [[NSRunLoop currentRunLoop] addTimer:timer forMode:mode];
-    return timer;
-}
-
-// The guard ends the modal run as aborted, with its alert, for the guarded
-// browsers; for the others only the plug-in closing the panel from outside
-// (well past the second the guard would take) ends it.
-TEST(MacPanels, GuardEndsTheModalRunForTheGuardedBrowsersOnly) {
-    NSWindow* browserWindow = makeMainWindow();
-    AlertDismisser* user = [[AlertDismisser alloc] init];
-    NSTimer* timer = tickDuringPanels(user);
     using Open = Observed<MacOpenFileDialogImpl>;
     using Save = Observed<MacSaveFileDialogImpl>;
     const struct {
