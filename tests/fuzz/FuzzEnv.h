@@ -1,8 +1,10 @@
-// What every fuzz target sets up before its first input: a private folder
-// under $TMPDIR that serves as HOME and holds the log, so that nothing the
-// code under test reads or writes is the user's.
+// What every fuzz target includes: before the first input, a private folder
+// under $TMPDIR becomes HOME and holds the log, so that nothing the code
+// under test reads or writes is the user's.
 #pragma once
 
+#include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -10,23 +12,18 @@
 
 #include "cv_log.h"
 
-namespace CorvaneFuzz {
-
-inline const std::string& privateHome() {
-    static const std::string home = [] {
-        const char* tmp = getenv("TMPDIR");
-        std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/corvane-fuzz-XXXXXX";
-        if (!mkdtemp(&dir[0])) {
-            perror("mkdtemp");
-            abort();
-        }
-        setenv("HOME", dir.c_str(), 1);
-        setenv("XDG_DATA_HOME", dir.c_str(), 1);
-        setenv("XDG_STATE_HOME", dir.c_str(), 1);
-        cv_log_init(CV_LOG_FILE, (dir + "/fuzz.log").c_str());
-        return dir;
-    }();
-    return home;
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    const char* tmp = getenv("TMPDIR");
+    std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/corvane-fuzz-XXXXXX";
+    if (!mkdtemp(&dir[0])) {
+        perror("mkdtemp");
+        abort();
+    }
+    for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_STATE_HOME"}) setenv(name, dir.c_str(), 1);
+    cv_log_init(CV_LOG_FILE, (dir + "/fuzz.log").c_str());
+    return 0;
 }
 
-}  // namespace CorvaneFuzz
+inline std::string fuzzText(const uint8_t* data, size_t size) {
+    return std::string(reinterpret_cast<const char*>(data), size);
+}

@@ -1,20 +1,18 @@
-// The runtime's base64 encoders, each against a plain one and decoded back.
-#include <stddef.h>
-#include <stdint.h>
+// The runtime's base64 encoders, each against a plain one, into exactly the
+// room the text needs and into one byte less.
 #include <string.h>
 
-#include <string>
 #include <vector>
 
+#include "FuzzEnv.h"
 #include "cv_error.h"
 #include "cv_str.h"
 #include "cv_str_internal.h"
 
 namespace {
 
-const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
 std::string plainEncode(const uint8_t* in, size_t len) {
+    static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string out;
     for (size_t i = 0; i < len; i += 3) {
         const size_t n = std::min<size_t>(3, len - i);
@@ -26,42 +24,22 @@ std::string plainEncode(const uint8_t* in, size_t len) {
     return out;
 }
 
-std::string plainDecode(const std::string& text) {
-    std::string out;
-    uint32_t v = 0;
-    int bits = 0;
-    for (char c : text) {
-        if (c == '=') break;
-        v = (v << 6) | static_cast<uint32_t>(strchr(kAlphabet, c) - kAlphabet);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out += static_cast<char>((v >> bits) & 0xff);
-        }
-    }
-    return out;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const std::string expected = plainEncode(data, size);
-    if (plainDecode(expected) != std::string(reinterpret_cast<const char*>(data), size)) __builtin_trap();
-
-    for (int impl : {CV_BASE64_SCALAR, CV_BASE64_SSSE3, CV_BASE64_AVX2}) {
-        if (!cv_base64_impl_supported(impl)) continue;
-        // Exactly the room it needs: a byte written past it is caught.
-        std::vector<char> out(expected.size() + 1);
-        if (cv_str_buf_to_base64_impl(impl, data, size, out.data(), out.size()) != 0 ||
-            expected != out.data())
-            __builtin_trap();
-        std::vector<char> small(expected.size());
-        if (cv_str_buf_to_base64_impl(impl, data, size, small.data(), small.size()) != CV_ERR_BUFFER_SPACE)
+    // -1: the encoder the runtime picked for this CPU.
+    for (int impl : {-1, int(CV_BASE64_SCALAR), int(CV_BASE64_SSSE3), int(CV_BASE64_AVX2)}) {
+        if (impl >= 0 && !cv_base64_impl_supported(impl)) continue;
+        auto encode = [&](std::vector<char>& out) {
+            return impl < 0 ? cv_str_buf_to_base64(data, size, out.data(), out.size())
+                            : cv_str_buf_to_base64_impl(impl, data, size, out.data(), out.size());
+        };
+        // Each buffer exactly that big, so that a byte written past it is caught.
+        std::vector<char> out(expected.size() + 1), small(expected.size());
+        if (encode(out) != 0 || expected != out.data() || encode(small) != CV_ERR_BUFFER_SPACE)
             __builtin_trap();
     }
-    std::vector<char> out(expected.size() + 1);
-    if (cv_str_buf_to_base64(data, size, out.data(), out.size()) != 0 || expected != out.data())
-        __builtin_trap();
     return 0;
 }

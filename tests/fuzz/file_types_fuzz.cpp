@@ -1,10 +1,6 @@
 // A page's file-type filter as the panels read it, and the extension a save
 // panel derives from a suggested name.
-#include <stddef.h>
-#include <stdint.h>
-
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "DialogUtils.h"
@@ -14,13 +10,8 @@
 using Kestrix::Web::DialogUtils;
 using Kestrix::Web::FileType;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    CorvaneFuzz::privateHome();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text = fuzzText(data, size);
     DialogUtils::extensionOfSuggestedName(text);
     std::vector<FileType> types;
     try {

@@ -2,15 +2,11 @@
 // input chooses, then parsed. A SOCK_SEQPACKET pair hands each piece to
 // exactly one receive call, so a run depends on the input alone.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "FuzzEnv.h"
@@ -58,11 +54,6 @@ bool splitCannotMatter(const std::string& stream) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    CorvaneFuzz::privateHome();  // the end of every answer is logged
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);

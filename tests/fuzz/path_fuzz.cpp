@@ -1,12 +1,10 @@
 // The runtime's canonical paths, written into buffers of every size.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <stddef.h>
-#include <stdint.h>
 #include <string.h>
 
-#include <string>
 #include <vector>
 
+#include "FuzzEnv.h"
 #include "cv_path.h"
 
 namespace {

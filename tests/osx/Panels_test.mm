@@ -18,11 +18,10 @@ namespace {
 
 using namespace Kestrix::Web;
 
-// What the window list says at the moment the guard fires.
+// Whether the window-list questions saw the panel when the guard fired.
 struct Observation {
     int timeouts = 0;
-    bool anyOpenAtTimeout = false;
-    bool thisOpenAtTimeout = false;
+    bool openAtTimeout = false;
 };
 
 template <typename Panel>
@@ -31,27 +30,11 @@ public:
     using Panel::Panel;
     void doOnTimeout() override {
         ++timeouts;
-        anyOpenAtTimeout = PlatformUtils::isSaveDialogOpen(nullptr);
-        thisOpenAtTimeout = PlatformUtils::isSaveDialogOpen(this->systemDialog());
+        openAtTimeout =
+            PlatformUtils::isSaveDialogOpen(nullptr) && PlatformUtils::isSaveDialogOpen(this->systemDialog());
         Panel::doOnTimeout();
     }
 };
-
-struct PanelCase {
-    const char* name;
-    std::function<std::unique_ptr<IDialogImpl>()> make;
-};
-
-// The browser's main window, which the time-out sheet attaches to.
-NSWindow* makeMainWindow() {
-    NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 400, 300)
-                                                   styleMask:NSTitledWindowMask
-                                                     backing:NSBackingStoreBuffered
-                                                       defer:NO];
-    [window makeKeyAndOrderFront:nil];
-    [window makeMainWindow];
-    return window;
-}
 
 }  // namespace
 
@@ -91,67 +74,63 @@ NSWindow* makeMainWindow() {
 
 namespace {
 
-// Calls [dismisser check:] every 0.2 s, in modal runs too.
-NSTimer* tickDuringPanels(AlertDismisser* dismisser) {
+// The guard ends the modal run as aborted, with its alert, for the guarded
+// browsers; for the others only the plug-in closing the panel from outside
+// (well past the second the guard would take) ends it.
+TEST(MacPanels, GuardEndsTheModalRunForTheGuardedBrowsersOnly) {
+    // The browser's main window, which the time-out sheet attaches to.
+    NSWindow* browserWindow = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 400, 300)
+                                                          styleMask:NSTitledWindowMask
+                                                            backing:NSBackingStoreBuffered
+                                                              defer:NO];
+    [browserWindow makeKeyAndOrderFront:nil];
+    [browserWindow makeMainWindow];
+    // The user, every 0.2 s, in modal runs too.
+    AlertDismisser* user = [[AlertDismisser alloc] init];
     NSTimer* timer = [NSTimer timerWithTimeInterval:0.2
-                                             target:dismisser
+                                             target:user
                                            selector:@selector(check:)
                                            userInfo:nil
                                             repeats:YES];
     for (NSString* mode : {NSDefaultRunLoopMode, NSModalPanelRunLoopMode})
         [[NSRunLoop currentRunLoop] addTimer:timer forMode:mode];
-    return timer;
-}
-
-TEST(MacPanels, GuardEndsTheModalRunAsAbortedForTheGuardedBrowsers) {
-    NSWindow* browserWindow = makeMainWindow();
-    AlertDismisser* dismisser = [[AlertDismisser alloc] init];
-    NSTimer* user = tickDuringPanels(dismisser);
     using Open = Observed<MacOpenFileDialogImpl>;
     using Save = Observed<MacSaveFileDialogImpl>;
-    const PanelCase cases[] = {
+    const struct {
+        const char* name;
+        std::function<std::unique_ptr<IDialogImpl>()> make;
+        int guarded;
+    } cases[] = {
         {"open files, safari",
          [] {
              return std::make_unique<Open>(
                  "Pick", false, true, "[{\"filter_name\":\"T\",\"extensions\":[\"txt\"]}]", false, "safari");
-         }},
-        {"folder, firefox", [] { return std::make_unique<Open>("", true, false, "", true, "firefox"); }},
-        {"save, safari", [] { return std::make_unique<Save>("Save", "report.pdf", "", "safari"); }},
+         },
+         1},
+        {"folder, firefox", [] { return std::make_unique<Open>("", true, false, "", true, "firefox"); }, 1},
+        {"save, safari", [] { return std::make_unique<Save>("Save", "report.pdf", "", "safari"); }, 1},
+        {"open, chrome", [] { return std::make_unique<Open>("", false, false, "", false, "chrome"); }, 0},
     };
-    for (const PanelCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        user->ticks = user->alerts = user->closes = 0;
+        user->closeAtTick = c.guarded ? 0 : 12;
         std::unique_ptr<IDialogImpl> dialog = c.make();
         dialog->setTimeout(1);
-        EXPECT_EQ(IDialogImpl::kStateNotShown, dialog->state());
         EXPECT_TRUE(dialog->doShow().empty());
         EXPECT_EQ(IDialogImpl::kStateAborted, dialog->state());
         const auto* observed = dynamic_cast<const Observation*>(dialog.get());
-        EXPECT_EQ(1, observed->timeouts);
-        EXPECT_TRUE(observed->anyOpenAtTimeout);
-        EXPECT_TRUE(observed->thisOpenAtTimeout);
+        EXPECT_EQ(c.guarded, observed->timeouts);
+        EXPECT_EQ(c.guarded, observed->openAtTimeout);
+        EXPECT_EQ(c.guarded, user->alerts);
+        EXPECT_EQ(1 - c.guarded, user->closes);
+        // Closing from outside ends the run only; the panel itself is left.
+        if (!c.guarded) [static_cast<NSSavePanel*>(dialog->systemDialog()) close];
         EXPECT_FALSE(PlatformUtils::isSaveDialogOpen(nullptr)) << "the panel went with its run";
     }
-    EXPECT_EQ(3, dismisser->alerts) << "one time-out alert per panel";
-    [user invalidate];
-    [dismisser release];
+    [timer invalidate];
+    [user release];
     [browserWindow close];
-}
-
-TEST(MacPanels, OtherBrowsersGetNoGuardAndThePanelEndsWhenClosedFromOutside) {
-    AlertDismisser* closer = [[AlertDismisser alloc] init];
-    closer->closeAtTick = 12;  // well past the second the guard would take
-    NSTimer* plugin = tickDuringPanels(closer);
-    Observed<MacOpenFileDialogImpl> dialog("", false, false, "", false, "chrome");
-    dialog.setTimeout(1);
-    EXPECT_TRUE(dialog.doShow().empty());
-    EXPECT_EQ(IDialogImpl::kStateAborted, dialog.state());
-    EXPECT_EQ(0, dialog.timeouts);
-    EXPECT_EQ(1, closer->closes);
-    EXPECT_EQ(0, closer->alerts);
-    [plugin invalidate];
-    [closer release];
-    // Closing from outside ends the run only; the panel itself is left.
-    [static_cast<NSSavePanel*>(dialog.systemDialog()) close];
 }
 
 TEST(MacUtils, AllowedTypesTakeEachExtensionOnceWithItsUpperCaseTwin) {

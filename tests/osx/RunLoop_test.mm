@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -38,81 +37,56 @@ public:
     int timeouts = 0;
 };
 
-CVTimer2* startTimer(TimeoutCounter* caller) {
-    CVTimer2* timer = [[CVTimer2 alloc] init];
-    [timer setTimeout:1];
-    [timer start:caller runLoop:[NSRunLoop currentRunLoop]];
-    return timer;
-}
-
-TEST(CVTimer2, FiresOnceInEachModeAPanelRunsTheLoopIn) {
+TEST(CVTimer2, FiresOnceInEachModeAPanelRunsTheLoopInAndNotOnceStopped) {
     for (NSString* mode : {NSDefaultRunLoopMode, NSEventTrackingRunLoopMode, NSModalPanelRunLoopMode}) {
         SCOPED_TRACE([mode UTF8String]);
-        TimeoutCounter caller;
-        CVTimer2* timer = startTimer(&caller);
-        EXPECT_EQ(1, [timer timeout]);
-        runLoopUntil(mode, 5.0, [&] { return caller.timeouts > 0; });
+        TimeoutCounter running, stopped;
+        CVTimer2* timers[] = {[[CVTimer2 alloc] init], [[CVTimer2 alloc] init]};
+        for (CVTimer2* timer : timers) [timer setTimeout:1];
+        [timers[0] start:&running runLoop:[NSRunLoop currentRunLoop]];
+        [timers[1] start:&stopped runLoop:[NSRunLoop currentRunLoop]];
+        [timers[1] stop];
+        runLoopUntil(mode, 5.0, [&] { return running.timeouts > 0; });
         runLoopUntil(mode, 0.3, [] { return false; });
-        EXPECT_EQ(1, caller.timeouts);
-        [timer stop];
-        [timer release];
+        EXPECT_EQ(1, running.timeouts);
+        EXPECT_EQ(0, stopped.timeouts);
+        for (CVTimer2* timer : timers) {
+            [timer stop];
+            [timer release];
+        }
     }
 }
 
-TEST(CVTimer2, StoppedTimerTellsNobody) {
-    TimeoutCounter caller;
-    CVTimer2* timer = startTimer(&caller);
-    [timer stop];
-    runLoopUntil(NSDefaultRunLoopMode, 1.5, [] { return false; });
-    EXPECT_EQ(0, caller.timeouts);
-    [timer release];
-}
-
-struct Ran {
-    std::vector<int>* order;
-    int value;
-    std::thread::id mainThread;
-    std::atomic<int>* wrongThread;
-};
-
-void record(void* data) {
-    auto* ran = static_cast<Ran*>(data);
-    if (std::this_thread::get_id() != ran->mainThread) ++*ran->wrongThread;
-    ran->order->push_back(ran->value);
-}
-
-TEST(OneShotManager, WorkerThreadsCallbacksRunOnTheMainThreadInQueueOrder) {
-    std::vector<int> order;
-    std::atomic<int> wrongThread{0};
-    const std::thread::id mainThread = std::this_thread::get_id();
-    std::vector<Ran> items;
-    for (int i = 0; i < 3; ++i) items.push_back(Ran{&order, i, mainThread, &wrongThread});
-
+// Worker threads' callbacks run on the main thread, in queue order, once
+// it turns its loop; those of a manager gone by then run not at all.
+TEST(OneShotManager, WorkerThreadsCallbacksRunOnTheMainThreadInOrderUnlessTheManagerWent) {
+    struct Ran {
+        std::vector<int> order;
+        bool wrongThread = false;
+        std::thread::id mainThread = std::this_thread::get_id();
+    } ran;
+    struct Item {
+        Ran* ran;
+        int value;
+    } items[] = {{&ran, 0}, {&ran, 1}, {&ran, 2}, {&ran, 7}};
+    auto record = [](void* data) {
+        Item* item = static_cast<Item*>(data);
+        item->ran->wrongThread |= std::this_thread::get_id() != item->ran->mainThread;
+        item->ran->order.push_back(item->value);
+    };
     OneShotManager manager;
-    std::thread worker([&] {
-        for (Ran& item : items) manager.scheduleAsyncCallback(&record, &item);
-    });
-    worker.join();
-    EXPECT_TRUE(order.empty()) << "nothing runs before the main thread turns its loop";
-    runLoopUntil(NSDefaultRunLoopMode, 5.0, [&] { return order.size() == 3; });
-    EXPECT_EQ((std::vector<int>{0, 1, 2}), order);
-    EXPECT_EQ(0, wrongThread.load());
-}
-
-TEST(OneShotManager, TurnsAfterTheManagerWentRunNothing) {
-    std::vector<int> order;
-    std::atomic<int> wrongThread{0};
-    Ran item{&order, 7, std::this_thread::get_id(), &wrongThread};
-    auto* manager = new OneShotManager();
-    std::thread worker([&] { manager->scheduleAsyncCallback(&record, &item); });
-    worker.join();
-    delete manager;
-    std::atomic<bool> posted{false};
-    OneShotManager::postToMainThread([](void* flag) { *static_cast<std::atomic<bool>*>(flag) = true; },
-                                     &posted);
-    runLoopUntil(NSDefaultRunLoopMode, 5.0, [&] { return posted.load(); });
-    EXPECT_TRUE(posted.load());
-    EXPECT_TRUE(order.empty());
+    auto* gone = new OneShotManager();
+    std::thread([&] {
+        for (int i = 0; i < 3; ++i) manager.scheduleAsyncCallback(record, &items[i]);
+        gone->scheduleAsyncCallback(record, &items[3]);
+    }).join();
+    delete gone;
+    EXPECT_TRUE(ran.order.empty()) << "nothing runs before the main thread turns its loop";
+    bool posted = false;
+    OneShotManager::postToMainThread([](void* flag) { *static_cast<bool*>(flag) = true; }, &posted);
+    runLoopUntil(NSDefaultRunLoopMode, 5.0, [&] { return posted && ran.order.size() >= 3; });
+    EXPECT_EQ((std::vector<int>{0, 1, 2}), ran.order);
+    EXPECT_FALSE(ran.wrongThread);
 }
 
 }  // namespace

@@ -4,10 +4,7 @@
 
 #include <CoreServices/CoreServices.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
-
 typedef struct ProcessSerialNumber {
     UInt32 highLongOfPSN;
     UInt32 lowLongOfPSN;
@@ -15,18 +12,13 @@ typedef struct ProcessSerialNumber {
 
 enum { kNoProcess = 0 };
 
-// Only the members the plug-in sets or reads.
+// Only the members the plug-in sets.
 typedef struct ProcessInfoRec {
     UInt32 processInfoLength;
     StringPtr processName;
-    ProcessSerialNumber processNumber;
-    void* processAppRef;
 } ProcessInfoRec;
 
 OSErr GetNextProcess(ProcessSerialNumber* process);
 OSErr GetProcessInformation(const ProcessSerialNumber* process, ProcessInfoRec* info);
 OSErr KillProcess(const ProcessSerialNumber* process);
-
-#ifdef __cplusplus
 }
-#endif

@@ -2,36 +2,26 @@
 // check build only (GNUstep has no CoreGraphics). Never shipped.
 #pragma once
 
-#include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
-
 typedef double CGFloat;
-typedef struct CGPoint {
-    CGFloat x;
-    CGFloat y;
-} CGPoint;
-typedef struct CGSize {
-    CGFloat width;
-    CGFloat height;
-} CGSize;
 typedef struct CGRect {
-    CGPoint origin;
-    CGSize size;
+    struct {
+        CGFloat x, y;
+    } origin;
+    struct {
+        CGFloat width, height;
+    } size;
 } CGRect;
-
 typedef struct CGContext* CGContextRef;
 typedef struct CGImage* CGImageRef;
 typedef struct CGDataProvider* CGDataProviderRef;
 typedef void (*CGDataProviderReleaseDataCallback)(void* info, const void* data, size_t size);
-typedef enum CGColorRenderingIntent { kCGRenderingIntentDefault = 0 } CGColorRenderingIntent;
+enum CGColorRenderingIntent { kCGRenderingIntentDefault = 0 };
 
-static inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
-    CGRect rect = {{x, y}, {width, height}};
-    return rect;
+inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+    return {{x, y}, {width, height}};
 }
 
 CGDataProviderRef CGDataProviderCreateWithData(void* info, const void* data, size_t size,
@@ -43,7 +33,4 @@ void CGImageRelease(CGImageRef image);
 void CGContextTranslateCTM(CGContextRef context, CGFloat tx, CGFloat ty);
 void CGContextScaleCTM(CGContextRef context, CGFloat sx, CGFloat sy);
 void CGContextDrawImage(CGContextRef context, CGRect rect, CGImageRef image);
-
-#ifdef __cplusplus
 }
-#endif

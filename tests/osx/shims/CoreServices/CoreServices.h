@@ -4,12 +4,11 @@
 
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+#include <map>
+#include <utility>
 
+extern "C" {
 typedef int16_t OSErr;
-typedef int32_t OSStatus;
 typedef int32_t SInt32;
 typedef uint32_t UInt32;
 typedef uint32_t OSType;
@@ -27,7 +26,9 @@ CFStringRef UTTypeCreatePreferredIdentifierForTag(CFStringRef tagClass, CFString
                                                   CFStringRef conformingToUTI);
 CFStringRef UTTypeCopyPreferredTagWithClass(CFStringRef uti, CFStringRef tagClass);
 void CFRelease(CFTypeRef object);
-
-#ifdef __cplusplus
 }
-#endif
+
+// What the stand-in Gestalt answers, by selector: a status, and the value
+// when that is noErr. A selector not here is unknown, as to a system
+// without Gestalt.
+extern std::map<OSType, std::pair<OSErr, SInt32>> corvaneGestaltAnswers;
