@@ -1,5 +1,6 @@
-// The plug-in's worker threads against the stand-in client: one test per
-// property of stopping, abandoning and starting them.
+// The plug-in against the stand-in local client in a private home with
+// nothing cached: finding the client through the files it publishes, and
+// the worker threads that talk to it (stopping, abandoning, starting them).
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -14,14 +15,20 @@
 #include <vector>
 
 #include "Callback.h"
-#include "ClientHome.h"
+#include "FileSystem.h"
 #include "HttpRequest.h"
+#include "KestrixApp.h"
+#include "KestrixSim.h"
+#include "LogCapture.h"
 #include "RequestWorker.h"
+#include "ScopedEnv.h"
 #include "SystemException.h"
+#include "TempDir.h"
 #include "TransfersPoller.h"
 #include "Utils.h"
 
 using namespace Kestrix::Web;
+using CorvaneTest::KestrixSim;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -44,11 +51,17 @@ private:
     std::string _name;
 };
 
-class WorkerTest : public ClientHomeTest {
+class LocalClientTest : public ::testing::Test {
 protected:
+    void SetUp() override {
+        _env.privateHome(_home.path());
+        FileSystem::resetCache();
+        KestrixApp::resetCache();
+    }
     void TearDown() override {
         _sim.stop();
-        ClientHomeTest::TearDown();
+        FileSystem::resetCache();
+        KestrixApp::resetCache();
     }
     // How many requests for `target` the simulator received; it is another
     // process, so this polls its record (bounded) until there are `atLeast`.
@@ -56,8 +69,8 @@ protected:
         size_t n = 0;
         for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
             n = 0;
-            for (const std::string& raw : _sim.recordedRequests())
-                n += raw.find(" " + target + " HTTP/") < raw.find('\r');
+            for (const std::string& line : _sim.requestLines())
+                n += line.find(" " + target + " HTTP/") != line.npos;
             if (n >= atLeast) break;
         }
         return n;
@@ -71,18 +84,64 @@ protected:
         return request;
     }
 
-    CorvaneTest::KestrixSim _sim;
+    CorvaneTest::TempDir _home;
+    CorvaneTest::ScopedEnv _env;
+    KestrixSim _sim;
     std::mutex _mutex;
     Strings _events;  // read once the threads that write it are joined
 };
 
 }  // namespace
 
+// Each row: the URL file's text (null: no file), and the port and key read
+// from it. The key is everything after the first line, newline included.
+TEST_F(LocalClientTest, UrlAndKeyFromTheClientFile) {
+    const struct Row {
+        const char* file;
+        int port;
+        const char* key;
+    } rows[] = {
+        {nullptr, 0, ""},
+        {"http://127.0.0.1:9\nkey\n", 9, "key\n"},
+        {"http://127.0.0.1:9\nk1\nk2", 9, "k1\nk2"},
+        {"4a7d0c3e-key-without-newline", 0, "4a7d0c3e-key-without-newline"},
+    };
+    for (const Row& row : rows) {
+        if (row.file) _home.write(".local/share/Corvane/Corvane Kestrix/var/run/http.uri", row.file);
+        KestrixApp::resetCache();
+        EXPECT_EQ(row.port, KestrixApp::url().port(0)) << (row.file ? row.file : "no file");
+        EXPECT_EQ(row.key, KestrixApp::kestrixUUID()) << (row.file ? row.file : "no file");
+    }
+}
+
+TEST_F(LocalClientTest, IsRunningFollowsARestartedClientAndStopsOnAStaleFile) {
+    EXPECT_FALSE(KestrixApp::isRunning());
+    KestrixSim first;
+    ASSERT_TRUE(first.start()) << first.error();
+    ASSERT_EQ(first.port(), KestrixApp::url().port(0));
+    EXPECT_EQ(first.pid(), KestrixApp::pid());
+    ASSERT_TRUE(first.stop());
+
+    // A new client on a new port is found in one call.
+    KestrixSim second;
+    ASSERT_TRUE(second.start({"--keep-files"})) << second.error();
+    ASSERT_NE(first.port(), second.port());
+    EXPECT_TRUE(KestrixApp::isRunning());
+    EXPECT_EQ(second.port(), KestrixApp::url().port(0));
+    EXPECT_EQ(1u, second.requestLines().size()) << "one version request reached the new client";
+
+    // A file left behind by a client that went: one re-read, then the
+    // unchanged port ends it.
+    second.stop();
+    CorvaneTest::LogCapture log(3);
+    EXPECT_FALSE(KestrixApp::isRunning());
+    EXPECT_EQ(1u, log.countPrefix("DBG Reading Corvane Kestrix URL from "));
+}
+
 // Stopping abandons the request in flight without its callback, and the
 // queued one goes with the worker, unsent.
-TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
-    ASSERT_TRUE(startSim(_sim)) << _sim.error();
-    ASSERT_TRUE(_sim.control("mode=slow&delay_ms=800&path=/slow"));
+TEST_F(LocalClientTest, StopDropsTheCallbackInFlightAndTheQueue) {
+    ASSERT_TRUE(_sim.start({"--mode", "slow", "--delay-ms", "800", "--mode-path", "/slow"})) << _sim.error();
     {
         RequestWorker worker;
         worker.start();
@@ -98,20 +157,15 @@ TEST_F(WorkerTest, StopDropsTheCallbackInFlightAndTheQueue) {
 }
 
 // Removing a plug-in instance stops and joins its workers on the browser's
-// thread: whatever a worker waits for, it ends at once. The bound only
-// separates "at once" from the pause (20 s) and the receive time-out (30 s).
-TEST_F(WorkerTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
-    ASSERT_TRUE(startSim(_sim, {"--mode", "hang"})) << _sim.error();
+// thread: whatever answer a worker waits for, it ends at once (the page
+// plugin-teardown has the poller's pause). The bound only separates "at
+// once" from the receive time-out (30 s).
+TEST_F(LocalClientTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
+    ASSERT_TRUE(_sim.start({"--mode", "hang"})) << _sim.error();
     const struct {
         const char* name;
         std::function<Worker*()> startWaiting;
     } rows[] = {
-        {"poller in its pause",
-         [] {
-             auto* poller = new TransfersPoller(20000);
-             poller->start();
-             return poller;
-         }},
         {"poller waiting for an answer",
          [this] {
              auto* poller = new TransfersPoller(0);
