@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -11,16 +12,31 @@
 
 #include "Callback.h"
 #include "LogCapture.h"
-#include "MainLoopPump.h"
 #include "OneShotManager.h"
 #include "Runnable.h"
 #include "RunnableScheduler.h"
 
-using CorvaneTest::drainMainContext;
-using CorvaneTest::pumpUntil;
 using namespace Kestrix::Web;
 
 namespace {
+
+// Turns GLib's default main context, as the browser's main loop does,
+// until `done` holds; false after 5 s.
+bool pumpUntil(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        if (!g_main_context_iteration(nullptr, FALSE))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Runs whatever is ready, so that no test leaves sources to the next one.
+void drainMainContext() {
+    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
+    }
+}
 
 // Which queued jobs ran, in what order, and whether on the main thread.
 struct Runs {
