@@ -35,10 +35,8 @@ TEST(PathCanonical, Rules) {
         {"a//b/./c/", 256, "a/b/c"},
         // ".." without a parent is dropped.
         {"/..", 256, "/"},
-        {"../a", 256, "a"},
         // The root, and nothing left.
         {"/", 256, "/"},
-        {".", 256, "."},
         {"a/..", 256, "."},
         {"", 4, ""},
         // Backslashes are separators; a one-letter "scheme" is a drive letter.
@@ -49,7 +47,6 @@ TEST(PathCanonical, Rules) {
         {"http://x/\n", 256, "<-1>"},
         // URIs are copied unchanged, when they fit.
         {"http://host//a/../b/./", 256, "http://host//a/../b/./"},
-        {"x-a+b.c:..\\..", 256, "x-a+b.c:..\\.."},
         {"http://h/", 9, "<-1>"},
         {"http://h/", 10, "http://h/"},
         // Output that does not fit fails.

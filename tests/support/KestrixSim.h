@@ -20,7 +20,7 @@ public:
     // waits (bounded) for its ready line; false, with error() set, when it
     // does not get ready.
     bool start(const std::vector<std::string>& args = {});
-    // SIGTERM, then SIGKILL after 5 s. True when it exited by itself with 0.
+    // True when it exited with 0.
     bool stop();
 
     unsigned short port() const { return _port; }
