@@ -92,7 +92,6 @@ TEST(Url, Fields) {
             << row.text;
     }
     EXPECT_EQ(Url("https://kestrix.local").port(443), 443) << "the default stands in for no port";
-    EXPECT_EQ(Url("http://h:81").port(443), 81);
 }
 
 TEST(Escapers, EachEscapesOnlyItsOwnCharacters) {
