@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -162,34 +161,23 @@ TEST_F(LocalClientTest, StopDropsTheCallbackInFlightAndTheQueue) {
 // once" from the receive time-out (30 s).
 TEST_F(LocalClientTest, StopEndsTheThreadAtOnceWhateverItWaitsFor) {
     ASSERT_TRUE(_sim.start({"--mode", "hang"})) << _sim.error();
-    const struct {
-        const char* name;
-        std::function<Worker*()> startWaiting;
-    } rows[] = {
-        {"poller waiting for an answer",
-         [this] {
-             auto* poller = new TransfersPoller(0);
-             poller->start();
-             EXPECT_TRUE(sent("/v4/transfers/activity", 1) >= 1);
-             return poller;
-         }},
-        {"request worker asking whether the client runs",
-         [this] {
-             auto* worker = new RequestWorker();
-             worker->start();
-             worker->addRequest(get("/never-sent"));
-             EXPECT_TRUE(sent("/v4/kestrix/version", 1) >= 1);
-             return worker;
-         }},
-    };
-    for (const auto& row : rows) {
-        std::unique_ptr<Worker> worker(row.startWaiting());
+    const auto stopsAtOnce = [](Worker* waiting, const char* name) {
+        std::unique_ptr<Worker> worker(waiting);
         const auto before = std::chrono::steady_clock::now();
         worker->stop();
         worker->join();
-        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5)) << row.name;
-        EXPECT_TRUE(worker->isDone()) << row.name;
-    }
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5)) << name;
+        EXPECT_TRUE(worker->isDone()) << name;
+    };
+    auto* poller = new TransfersPoller(0);
+    poller->start();
+    EXPECT_TRUE(sent("/v4/transfers/activity", 1) >= 1);
+    stopsAtOnce(poller, "poller waiting for an answer");
+    auto* worker = new RequestWorker();
+    worker->start();
+    worker->addRequest(get("/never-sent"));
+    EXPECT_TRUE(sent("/v4/kestrix/version", 1) >= 1);
+    stopsAtOnce(worker, "request worker asking whether the client runs");
     EXPECT_EQ(Strings{"deleted /never-sent"}, _events);
 }
 
