@@ -11,20 +11,13 @@
 
 using namespace Kestrix::Web;
 
-namespace {
-
-std::string nested(const std::string& open, const std::string& close, size_t depth) {
-    std::string text;
-    for (size_t i = 0; i < depth; ++i) text += open;
-    text += "1";
-    for (size_t i = 0; i < depth; ++i) text += close;
-    return text;
-}
-
-}  // namespace
-
 // Each row: a document and what the readers make of its member "v" ("!": refused).
 TEST(Json, ReadersAndRefusals) {
+    const auto nested = [](const std::string& open, const std::string& close, size_t depth) {
+        std::string text = "1";
+        for (size_t i = 0; i < depth; ++i) text = open + text + close;
+        return text;
+    };
     const struct Row {
         std::string text;
         const char* value;
