@@ -37,12 +37,6 @@ protected:
         chmod(script.c_str(), 0755);
         _env.set("CORVANE_DIALOG_PROGRAM", script);
     }
-    // The alert runs in the background: waits (bounded) for its record.
-    std::string alertRecorded() const {
-        for (int i = 0; i < 500 && readFile(_dir.file("alert")).empty(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return readFile(_dir.file("alert"));
-    }
 
     CorvaneTest::TempDir _home, _dir;
     CorvaneTest::ScopedEnv _env;
@@ -72,7 +66,10 @@ TEST_F(PanelProcessTest, TheGuardClosesThePanelAfter43ShortSeconds) {
     EXPECT_GE(took, std::chrono::milliseconds(400));
     EXPECT_LT(took, std::chrono::seconds(10));
     EXPECT_EQ(0, open.state());
-    EXPECT_EQ("--alert\nTimed out waiting for file selection\n", alertRecorded());
+    // The alert runs in the background: wait (bounded) for its record.
+    for (int i = 0; i < 500 && readFile(_dir.file("alert")).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ("--alert\nTimed out waiting for file selection\n", readFile(_dir.file("alert")));
 
     // A panel that ends by itself (cancelled) after the guard would have fired.
     useProgram("sleep 0.5\nexit 1\n");
