@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,11 +25,6 @@ using Strings = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 namespace {
-
-ino_t inode(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
-}
 
 // Each line of a file as "LABEL message [pid-thread]", or "? line" when it
 // has no timestamp; the date and time must have the shape of one.
@@ -75,14 +69,21 @@ TEST_F(LogTest, WhatReachesTheFile) {
         std::function<void()> write;
         Strings lines;
     } rows[] = {
-        {"labels and formatting",
+        // A disabled log writes nothing at any level.
+        {"labels, formatting and off",
          [] {
              cv_log("NPP_New() [%p]", reinterpret_cast<void*>(0x1234));
              cv_err("failed %d", 7);
              cv_dbg_set(1);
              cv_dbg("detail %s", "x");
+             cv_log_set_enabled(0);
+             cv_log("a");
+             cv_err("b");
+             cv_dbg("c");
+             cv_log_set_enabled(1);
+             cv_err("b");
          },
-         {"LOG NPP_New() [0x1234]" + t, "ERR failed 7" + t, "DBG detail x" + t}},
+         {"LOG NPP_New() [0x1234]" + t, "ERR failed 7" + t, "DBG detail x" + t, "ERR b" + t}},
         // The count sits on a line of its own before the next message; a
         // run still pending shows nothing yet; another level is no repeat;
         // a debug line while debugging is off is nothing and ends no run.
@@ -96,17 +97,6 @@ TEST_F(LogTest, WhatReachesTheFile) {
          },
          {"LOG same" + t, "? Last message repeated 2 times", "LOG other" + t,
           "? Last message repeated 1 times", "ERR other" + t}},
-        {"a disabled log writes nothing",
-         [] {
-             cv_dbg_set(1);
-             cv_log_set_enabled(0);
-             cv_log("a");
-             cv_err("b");
-             cv_dbg("c");
-             cv_log_set_enabled(1);
-             cv_err("b");
-         },
-         {"ERR b" + t}},
         // Cut to 4089 bytes; the caller's own newline makes an empty line.
         {"long messages are cut",
          [] {
@@ -121,7 +111,8 @@ TEST_F(LogTest, WhatReachesTheFile) {
         ASSERT_EQ(0, cv_log_init(CV_LOG_FILE, (name + ".log:10").c_str()));
         row.write();
         EXPECT_EQ(row.lines, messages(name + ".log")) << row.name;
-        EXPECT_EQ(inode(name + ".log"), inode(name + ".0.log")) << "the plain name links the numbered file";
+        EXPECT_TRUE(fs::equivalent(name + ".log", name + ".0.log"))
+            << "the plain name links the numbered file";
         cv_log_cleanup();
         cv_dbg_set(0);
     }
@@ -158,7 +149,7 @@ TEST_F(LogTest, ConcurrentLinesStayWholeAcrossARotation) {
     std::multiset<std::string> seen;
     for (const char* file : {"mt.0.log", "mt.1.log"})
         for (const std::string& line : messages(_dir.file(file))) seen.insert(line);
-    EXPECT_EQ(inode(_dir.file("mt.log")), inode(_dir.file("mt.1.log")));
+    EXPECT_TRUE(fs::equivalent(_dir.file("mt.log"), _dir.file("mt.1.log")));
     EXPECT_GE(fs::file_size(_dir.file("mt.0.log")), 1u << 20);
     // Writers go on while one of them rotates: the overshoot has no exact bound.
     EXPECT_LT(fs::file_size(_dir.file("mt.0.log")), (1u << 20) + 4 * 65536);
@@ -175,7 +166,7 @@ TEST_F(LogTest, StartUpContinuesInTheNewestNumberedFile) {
     const struct {
         std::vector<int> present;
         int expected;
-    } rows[] = {{{0, 1, 2}, 2}, {{3, 4}, 4}, {{0, 2, 3, 4, 5, 6, 7, 8, 9}, 0}, {{7, 8, 9}, 9}, {{}, 0}};
+    } rows[] = {{{3, 4}, 4}, {{0, 2, 3, 4, 5, 6, 7, 8, 9}, 0}, {{7, 8, 9}, 9}, {{}, 0}};
     for (const auto& row : rows) {
         TempDir dir;
         for (int d : row.present) dir.write("s." + std::to_string(d) + ".log", "");

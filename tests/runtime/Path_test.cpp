@@ -8,19 +8,6 @@
 
 using CorvaneTest::TempDir;
 
-namespace {
-
-// Canonical form of in, or "<-1>" when the call fails.
-std::string canonical(const std::string& in, size_t size = 256) {
-    std::vector<char> out(size + 1, '#');
-    int rc = cv_path_canonical_path(in.c_str(), out.data(), size);
-    if (rc == -1) return "<-1>";
-    EXPECT_EQ(0, rc) << in;
-    return out.data();
-}
-
-}  // namespace
-
 // Each row: the path, the output size, and the canonical form ("<-1>": the
 // call fails).
 TEST(PathCanonical, Rules) {
@@ -35,10 +22,8 @@ TEST(PathCanonical, Rules) {
         {"a//b/./c/", 256, "a/b/c"},
         // ".." without a parent is dropped.
         {"/..", 256, "/"},
-        {"../a", 256, "a"},
         // The root, and nothing left.
         {"/", 256, "/"},
-        {".", 256, "."},
         {"a/..", 256, "."},
         {"", 4, ""},
         // Backslashes are separators; a one-letter "scheme" is a drive letter.
@@ -49,15 +34,18 @@ TEST(PathCanonical, Rules) {
         {"http://x/\n", 256, "<-1>"},
         // URIs are copied unchanged, when they fit.
         {"http://host//a/../b/./", 256, "http://host//a/../b/./"},
-        {"x-a+b.c:..\\..", 256, "x-a+b.c:..\\.."},
         {"http://h/", 9, "<-1>"},
         {"http://h/", 10, "http://h/"},
         // Output that does not fit fails.
         {"/abc", 4, "<-1>"},
         {"/a", 0, "<-1>"},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(row.out, canonical(row.in, row.size)) << row.in << " in " << row.size;
+    for (const Row& row : rows) {
+        std::vector<char> out(row.size + 1, '#');
+        const int rc = cv_path_canonical_path(row.in, out.data(), row.size);
+        EXPECT_EQ(row.out, rc == 0 ? std::string(out.data()) : "<" + std::to_string(rc) + ">")
+            << row.in << " in " << row.size;
+    }
     char out[8];
     EXPECT_EQ(-1, cv_path_canonical_path(nullptr, out, sizeof out));
 }

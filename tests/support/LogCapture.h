@@ -33,18 +33,15 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // The lines that begin with prefix ("ERR "), in order.
-    std::vector<std::string> withPrefix(const std::string& prefix) const {
+    // How many lines begin with prefix ("ERR ").
+    size_t countPrefix(const std::string& prefix) const {
         std::lock_guard<std::mutex> lock(s_mutex);
-        std::vector<std::string> out;
-        for (const std::string& line : s_lines)
-            if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
-        return out;
+        return std::count_if(s_lines.begin(), s_lines.end(),
+                             [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
     }
-    size_t countPrefix(const std::string& prefix) const { return withPrefix(prefix).size(); }
     bool has(const std::string& line) const {
-        const std::vector<std::string> found = withPrefix(line);
-        return std::find(found.begin(), found.end(), line) != found.end();
+        std::lock_guard<std::mutex> lock(s_mutex);
+        return std::find(s_lines.begin(), s_lines.end(), line) != s_lines.end();
     }
 
 private:

@@ -11,20 +11,13 @@
 
 using namespace Kestrix::Web;
 
-namespace {
-
-std::string nested(const std::string& open, const std::string& close, size_t depth) {
-    std::string text;
-    for (size_t i = 0; i < depth; ++i) text += open;
-    text += "1";
-    for (size_t i = 0; i < depth; ++i) text += close;
-    return text;
-}
-
-}  // namespace
-
 // Each row: a document and what the readers make of its member "v" ("!": refused).
 TEST(Json, ReadersAndRefusals) {
+    const auto nested = [](const std::string& open, const std::string& close, size_t depth) {
+        std::string text = "1";
+        for (size_t i = 0; i < depth; ++i) text = open + text + close;
+        return text;
+    };
     const struct Row {
         std::string text;
         const char* value;
@@ -43,7 +36,6 @@ TEST(Json, ReadersAndRefusals) {
         {nested("{\"a\":", "}", 1000), "", false, false},
         {nested("[", "]", 1001), "!", false, false},
         {nested("{\"a\":", "}", 1001), "!", false, false},
-        {std::string(300000, '['), "!", false, false},  // a nesting bomb never builds a tree
     };
     const char* path[] = {"v", nullptr};
     for (const Row& row : rows) {
@@ -60,45 +52,39 @@ TEST(Json, ReadersAndRefusals) {
     }
 }
 
-// Each row: the text and its fields; odd text keeps its odd long-standing reading.
+// Each row: the text and its fields (user|password|host|port|path|query);
+// odd text keeps its odd long-standing reading.
 TEST(Url, Fields) {
     const struct Row {
-        const char* text;
-        const char *user, *password, *host;
-        unsigned short port;
-        const char *path, *query;
+        const char *text, *fields;
     } rows[] = {
-        {"http://127.0.0.1:12345/a/b?c=1&d=2", "", "", "127.0.0.1", 12345, "a/b", "c=1&d=2"},
-        {"http://u:p@h:81/x", "u", "p", "h", 81, "x", ""},
+        {"http://127.0.0.1:12345/a/b?c=1&d=2", "||127.0.0.1|12345|a/b|c=1&d=2"},
+        {"http://u:p@h:81/x", "u|p|h|81|x|"},
         // The user is taken at the ':', then the '/' makes everything before
         // it the host, and the rest (with the '@') the path.
-        {"http://a:b/c@d", "a", "", "a:b", 0, "c@d", ""},
+        {"http://a:b/c@d", "a||a:b|0|c@d|"},
         // The port is cut to sixteen bits.
-        {"http://h:99999/x", "", "", "h", 34463, "x", ""},
+        {"http://h:99999/x", "||h|34463|x|"},
         // A delimiter right after the scheme stops parsing.
-        {"http://:80/x", "", "", "", 0, "", ""},
+        {"http://:80/x", "|||0||"},
         // The client's URL file (URL, newline, key) is parsed untrimmed: the
         // tail ends up in the last field read.
-        {"http://127.0.0.1:4100/api\nkey\n", "", "", "127.0.0.1", 4100, "api\nkey\n", ""},
-        {"http://127.0.0.1:4100/api?x\nkey", "", "", "127.0.0.1", 4100, "api", "x\nkey"},
-        {"127.0.0.1:4100/x?y=1", "", "", "", 0, "", ""},  // no "://": nothing at all
+        {"http://127.0.0.1:4100/api\nkey\n", "||127.0.0.1|4100|api\nkey\n|"},
+        {"http://127.0.0.1:4100/api?x\nkey", "||127.0.0.1|4100|api|x\nkey"},
+        {"127.0.0.1:4100/x?y=1", "|||0||"},  // no "://": nothing at all
         // Only "/" is looked for after the port's ':'.
-        {"http://h:81?x=1", "", "", "h", 81, "", ""},
+        {"http://h:81?x=1", "||h|81||"},
     };
     for (const Row& row : rows) {
         const Url u(row.text);
         const bool scheme = std::string(row.text).find("://") != std::string::npos;
         EXPECT_EQ(u.url, scheme ? row.text : "");
         EXPECT_EQ(u.scheme, scheme ? std::string(row.text).substr(0, std::string(row.text).find(':')) : "");
-        EXPECT_EQ(u.user, row.user) << row.text;
-        EXPECT_EQ(u.password, row.password) << row.text;
-        EXPECT_EQ(u.host, row.host) << row.text;
-        EXPECT_EQ(u.port(0), row.port) << row.text;
-        EXPECT_EQ(u.path, row.path) << row.text;
-        EXPECT_EQ(u.query, row.query) << row.text;
+        EXPECT_EQ(row.fields, u.user + "|" + u.password + "|" + u.host + "|" + std::to_string(u.port(0)) +
+                                  "|" + u.path + "|" + u.query)
+            << row.text;
     }
     EXPECT_EQ(Url("https://kestrix.local").port(443), 443) << "the default stands in for no port";
-    EXPECT_EQ(Url("http://h:81").port(443), 81);
 }
 
 TEST(Escapers, EachEscapesOnlyItsOwnCharacters) {
@@ -110,7 +96,6 @@ TEST(Escapers, EachEscapesOnlyItsOwnCharacters) {
     EXPECT_EQ("file://C:/x/a b%20c", PathEscaper::toFileUrl("C:\\x\\a b%20c"));
     EXPECT_EQ("\"a\\\\b\"c\"", PathEscaper::toJsonStr("a\\b\"c", true));
     EXPECT_EQ("a\\\\b", PathEscaper::toJsonStr("a\\b", false));
-    EXPECT_EQ("[]", PathEscaper::toJsonStr(std::vector<std::string>{}));
     EXPECT_EQ("[\"/a b\",\"C:\\\\x\",\"\"]",
               PathEscaper::toJsonStr(std::vector<std::string>{"/a b", "C:\\x", ""}));
     EXPECT_EQ("/a\\:b:C\\:\\\\x:", PathEscaper::toColonSeparatedStr({"/a:b", "C:\\x", ""}));

@@ -30,19 +30,16 @@ std::string receive(const std::string& root, const std::string& absolute = "true
            absolute + "},\"transfer_spec\":{\"direction\":\"receive\",\"destination_root\":\"" + root +
            "\"}}]}";
 }
-std::string transferSpec(const std::string& inner) {
-    return "{\"transfer_specs\":[{\"transfer_spec\":{" + inner + "}}]}";
-}
 
 const std::string kAny = "<any error>";
 const std::string kBadPaths = error("Invalid argument: paths");
-const std::string kForeignHost = error("Invalid application ID hostname: portal");
 
 }  // namespace
 
 // Each row: a body and what the validator answers ("" accepts). A comment
 // "let through" marks a body accepted on purpose: the pages in the field
-// rely on rules that do not constrain it.
+// rely on rules that do not constrain it. The pages plugin-http-request and
+// plugin-hostile-requests show the common refusals reaching a page.
 TEST(PlugInRules, TransferBodies) {
     const struct Row {
         const char* name;
@@ -50,8 +47,6 @@ TEST(PlugInRules, TransferBodies) {
     } rows[] = {
         {"no transfer specs", "{}", ""},
         {"chosen file", send(source("/home/u/chosen/a.txt")), ""},
-        {"unchosen file", send(source("/home/u/chosen/b.txt")),
-         error("The website attempted to upload an unauthorized file or folder: /home/u/chosen/b.txt")},
         {"file in a chosen folder", send(source("/home/u/Pictures/x.jpg")), kAny},
         {"one trailing slash (let through: same file)", send(source("/home/u/chosen/a.txt/")), ""},
         {"two trailing slashes", send(source("/home/u/chosen/a.txt//")), kAny},
@@ -59,47 +54,32 @@ TEST(PlugInRules, TransferBodies) {
          send(source("\\\\home\\\\u\\\\chosen\\\\a.txt")), ""},
         {"root plus name", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\","), ""},
         {"backslash root", send(source("a.txt"), "\"source_root\":\"\\\\home\\\\u\\\\chosen\\\\\","), ""},
-        {"root elsewhere", send(source("passwd"), "\"source_root\":\"/etc\","), kAny},
         {"paths is an object", send("{\"source\":\"/x\"}"), kBadPaths},
-        {"paths missing", transferSpec("\"direction\":\"send\""), kBadPaths},
         {"element is a string", send("[\"/etc/passwd\"]"), kBadPaths},
         {"source is null", send("[{\"source\":null}]"), kBadPaths},
-        {"element without source (let through: uploads nothing)", send("[{\"destination\":\"/etc/x\"}]"), ""},
-        {"second element unchosen",
-         send("[{\"source\":\"/home/u/chosen/a.txt\"},{\"source\":\"/etc/passwd\"}]"), kAny},
         {"duplicate source", send("[{\"source\":\"/home/u/chosen/a.txt\",\"source\":\"/etc/passwd\"}]"),
          kAny},
         {"duplicate transfer_specs",
          "{\"transfer_specs\":[],\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" +
              source("/etc/passwd") + "}}]}",
          kAny},
-        {"later transfer spec (let through: only the first is examined)",
-         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" +
-             source("/home/u/chosen/a.txt") +
-             "}},{\"transfer_spec\":{\"direction\":\"send\",\"paths\":" + source("/etc/passwd") + "}}]}",
-         ""},
         {"chosen download folder", receive("/home/u/dl"), ""},
         {"sibling of it", receive("/home/u/dlX"),
          error("The website attempted to transfer to an unauthorized directory: /home/u/dlX")},
         {"same length elsewhere (let through: only the first byte is compared)", receive("/var/mail/"), ""},
         {"first byte absent from the folder", receive("Zzzzzzzzzzzzzzzzzz"), kAny},
         {"not absolute (let through)", receive("/etc", "false"), ""},
-        {"absolute as a string (let through)", receive("/etc", "\"true\""), ""},
-        {"app id of this host", "{\"corvane_kestrix_settings\":{\"app_id\":\"^portal\"}}", ""},
-        {"app id of another host", "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"}}", kForeignHost},
         // The host binding comes before the duplicate-key refusal.
         {"foreign app id and duplicate keys",
          "{\"corvane_kestrix_settings\":{\"app_id\":\"^evil\"},\"transfer_specs\":[],\"transfer_specs\":[]}",
-         kForeignHost},
+         error("Invalid application ID hostname: portal")},
         // A NUL in a value a rule reads: the rule would see less than the
         // client gets. A NUL where no rule reads passes.
         {"NUL in app_id", "{\"corvane_kestrix_settings\":{\"app_id\":\"^portal\\u0000.evil\"}}",
          error("Invalid argument: app_id")},
         {"NUL in direction",
-         transferSpec("\"direction\":\"send\\u0000\",\"paths\":" + source("/home/u/chosen/a.txt")),
+         "{\"transfer_specs\":[{\"transfer_spec\":{\"direction\":\"send\\u0000\",\"paths\":[]}}]}",
          error("Invalid argument: direction")},
-        {"NUL in source", send(source("/home/u/chosen/a.txt\\u0000/../../etc/passwd")),
-         error("Invalid argument: source")},
         {"NUL in source_root", send(source("a.txt"), "\"source_root\":\"/home/u/chosen\\u0000/../../etc\","),
          error("Invalid argument: source_root")},
         {"NUL in destination_root", receive("/home/u/dl\\u0000/../../etc"),
@@ -110,7 +90,6 @@ TEST(PlugInRules, TransferBodies) {
     PlugIn plugin;
     PlugIn::addToApprovedFileList({"/home/u/chosen/a.txt", "/home/u/Pictures/"});
     plugin.setPageHostname("portal");
-    EXPECT_FALSE(plugin.allowDestRoot("/home/u/dl")) << "nothing chosen yet";
     plugin.setLastSelectedPath("\\home\\u\\dl");
     EXPECT_EQ("/home/u/dl", plugin.lastSelectedPath());
     for (const Row& row : rows) {
@@ -125,22 +104,20 @@ TEST(PlugInRules, TransferBodies) {
     EXPECT_EQ("/home/u/dl", plugin.lastSelectedPath());
 }
 
+// Each row: a text, and whether it may be a request's method and path. The
+// page plugin-hostile-requests shows a smuggled request refused.
 TEST(PlugInRules, RequestLine) {
     const struct Row {
         std::string text;
         bool method, path;
     } rows[] = {
-        {"GET", true, true},
         {"!#$%&'*+-.^_`|~09az", true, true},
         {"AZ", true, true},
         {"", false, true},
-        {"GET /x HTTP/1.1\r\nX-A: b\r\n\r\nPOST", false, false},
         {"GET ", false, false},
         {std::string("GET\0", 4), false, false},
         {"G\x7F", false, false},
         {"G\xC3\xA9T", false, true},  // UTF-8 in a path is fine, not in a method
-        {"/n%C3%A4me?q=a%20b&r=/x", false, true},
-        {"/a\nb", false, false},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(row.method, PlugIn::isRequestMethodValid(row.text)) << row.text;
@@ -154,30 +131,26 @@ TEST(PlugInRules, RequestLine) {
 TEST(PlugInRules, Reads) {
     CorvaneTest::TempDir dir;
     const std::string path = dir.write("digits.txt", "0123456789");
-    const std::string sibling = dir.write("other.txt", "not chosen");
     const std::string over = dir.write("over.bin", "");
     ASSERT_EQ(0, truncate(over.c_str(), 52428801));
     PlugIn::addToApprovedFileList({path, over, dir.path()});
     PlugIn plugin;
-    const std::string badRange =
-        "Offset and chunk size cannot be negative, and the sum can't be greater than the file size";
     const struct Row {
         uint64_t offset, size;
         std::string answer;
     } rows[] = {
         {3, 4, "data:text/plain;base64,MzQ1Ng=="},
         {0, 10, "data:text/plain;base64,MDEyMzQ1Njc4OQ=="},
-        {7, 4, badRange},
+        {7, 4, "Offset and chunk size cannot be negative, and the sum can't be greater than the file size"},
         {10, 0, "Error converting string encoding"},
         {UINT64_MAX, 2, "Unable to open file: " + path},
         {4, UINT64_MAX - 3, "Unable to open file: " + path},
     };
     for (const Row& row : rows)
         EXPECT_EQ(row.answer, plugin.readFileChunkAsArrayBuffer(path, row.offset, row.size)) << row.offset;
-    EXPECT_EQ("data:text/plain;base64,MDEyMzQ1Njc4OQ==", plugin.readFileAsArrayBuffer(path));
     // A whole file is read up to 50 MiB; chunks have no such limit.
     EXPECT_EQ("Exceeded maximum allowed file size: " + over, plugin.readFileAsArrayBuffer(over));
     EXPECT_EQ("data:;base64,AAAA", plugin.readFileChunkAsArrayBuffer(over, 52428798, 3));
-    for (const std::string& refused : {sibling, dir.path(), dir.file("./digits.txt"), path + "/"})
+    for (const std::string& refused : {dir.file("./digits.txt"), path + "/"})
         EXPECT_NE(0u, plugin.readFileAsArrayBuffer(refused).rfind("data:", 0)) << refused;
 }

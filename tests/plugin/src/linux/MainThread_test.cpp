@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -11,16 +12,28 @@
 
 #include "Callback.h"
 #include "LogCapture.h"
-#include "MainLoopPump.h"
 #include "OneShotManager.h"
 #include "Runnable.h"
 #include "RunnableScheduler.h"
 
-using CorvaneTest::drainMainContext;
-using CorvaneTest::pumpUntil;
 using namespace Kestrix::Web;
 
 namespace {
+
+// Turns GLib's default main context, as the browser's main loop does,
+// until `done` holds; false after some 5 s.
+bool pumpUntil(const std::function<bool()>& done) {
+    for (int i = 0; i < 5000 && !done(); ++i)
+        if (!g_main_context_iteration(nullptr, FALSE))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return done();
+}
+
+// Runs whatever is ready, so that no test leaves sources to the next one.
+void drainMainContext() {
+    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
+    }
+}
 
 // Which queued jobs ran, in what order, and whether on the main thread.
 struct Runs {
@@ -49,27 +62,28 @@ void runJob(void* data) {
 // Everything the runnables and callbacks of one test did, in order.
 using Events = std::vector<std::string>;
 
-// A panel stand-in: run() "shows" (calling a hook the test may set, as the
-// page may act while a panel shows) and returns; stop() interrupts it.
+// A panel stand-in: while it "shows", the browser tears its instance down
+// (the runnables are stopped, then the queue goes); stop() interrupts it.
 class TestRunnable : public Runnable {
 public:
-    explicit TestRunnable(Events* events) : _events(events) {}
+    TestRunnable(Events* events, std::unique_ptr<OneShotManager>* owner) : _events(events), _owner(owner) {}
     ~TestRunnable() override { _events->push_back("panel deleted"); }
     bool isInterrupted() const override { return _stopped; }
     unsigned long result() const override { return 1; }
     std::string resultStr() const override { return "[]"; }
     void run() override {
         _events->push_back("panel run");
-        if (whileRunning) whileRunning();
+        RunnableScheduler::stopRunnables(_owner->get());
+        _owner->reset();
     }
     void stop() override {
         _events->push_back("panel stop");
         _stopped = true;
     }
-    std::function<void()> whileRunning;
 
 private:
     Events* _events;
+    std::unique_ptr<OneShotManager>* _owner;
     bool _stopped = false;
 };
 
@@ -141,14 +155,8 @@ TEST_F(OneShotManagerTest, AnInstanceGoingWhileItsPanelShowsStopsItAndItIsToldNo
     RunnableScheduler::init();
     Events events;
     auto osm = std::make_unique<OneShotManager>();
-    auto* runnable = new TestRunnable(&events);
-    // While the panel shows, the browser tears the instance down: the
-    // runnables are stopped, then the queue goes.
-    runnable->whileRunning = [&] {
-        RunnableScheduler::stopRunnables(osm.get());
-        osm.reset();
-    };
-    RunnableScheduler::scheduleRunnable(osm.get(), runnable, new TestCallback(&events));
+    RunnableScheduler::scheduleRunnable(osm.get(), new TestRunnable(&events, &osm),
+                                        new TestCallback(&events));
     ASSERT_TRUE(pumpUntil([&] { return events.size() == 4; }));
     EXPECT_EQ(events, (Events{"panel run", "panel stop", "callback deleted", "panel deleted"}));
     drainMainContext();

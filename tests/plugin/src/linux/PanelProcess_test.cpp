@@ -1,7 +1,7 @@
 // The Linux panels' side of the corvane-dialog protocol, against shell
-// scripts standing in for the program: arguments, the NUL-separated answer
-// and the time-out guard on a short clock. The real program is
-// driven by the dialog pages in the browser.
+// scripts standing in for the program: the NUL-separated answer and the
+// time-out guard on a short clock. The real program is driven by the
+// dialog pages in the browser.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -28,23 +28,14 @@ protected:
     void SetUp() override { _env.privateHome(_home.path()); }
     void TearDown() override { LinuxPanelProcess::setSecondLengthForTesting(1000); }
 
-    // Uses `body` as the dialog program; it may write to $RECORD, and an
-    // --alert call records its arguments in $RECORD.alert.
+    // Uses `body` as the dialog program; an --alert call records its
+    // arguments in the file "alert".
     void useProgram(const std::string& body) {
-        const std::string script =
-            _dir.write("corvane-dialog",
-                       "#!/bin/sh\nRECORD='" + _dir.file("record") +
-                           "'\nif [ \"$1\" = --alert ]; then printf '%s\\n' \"$@\" > \"$RECORD.alert\"; "
-                           "exit 0; fi\n" +
-                           body);
+        const std::string script = _dir.write(
+            "corvane-dialog", "#!/bin/sh\nif [ \"$1\" = --alert ]; then printf '%s\\n' \"$@\" > '" +
+                                  _dir.file("alert") + "'; exit 0; fi\n" + body);
         chmod(script.c_str(), 0755);
         _env.set("CORVANE_DIALOG_PROGRAM", script);
-    }
-    // The alert runs in the background: waits (bounded) for its record.
-    std::string alertRecorded() const {
-        for (int i = 0; i < 500 && readFile(_dir.file("record.alert")).empty(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return readFile(_dir.file("record.alert"));
     }
 
     CorvaneTest::TempDir _home, _dir;
@@ -53,14 +44,13 @@ protected:
 
 }  // namespace
 
-TEST_F(PanelProcessTest, ArgumentsGoOutAndNulSeparatedPathsComeBack) {
-    useProgram("printf '%s\\n' \"$@\" > \"$RECORD\"\nprintf '/a b/c\\0/d\\0cut off'\nexit 0\n");
-    LinuxOpenFileDialogImpl panel("Pick", false, true, R"([{"filter_name":"T","extensions":["txt"]}])", false,
-                                  "firefox");
-    EXPECT_EQ((Strings{"/a b/c", "/d"}), panel.doShow()) << "a piece without its NUL is not a path";
+// The arguments are PanelArguments' table, the paths the user chose the
+// dialog pages'; a piece without its NUL (the program cut short) is none.
+TEST_F(PanelProcessTest, APathIsWhatEndsInANul) {
+    useProgram("printf '/a b/c\\0/d\\0cut off'\nexit 0\n");
+    LinuxOpenFileDialogImpl panel("", false, true, "", false, "firefox");
+    EXPECT_EQ((Strings{"/a b/c", "/d"}), panel.doShow());
     EXPECT_EQ(2, panel.state());
-    EXPECT_EQ("--mode\nopen\n--title=Pick\n--multiple\n--ext=txt\n--ext=TXT\n",
-              readFile(_dir.file("record")));
 }
 
 // 43 "seconds" of 10 ms: the guard closes the panel and starts the alert,
@@ -76,7 +66,10 @@ TEST_F(PanelProcessTest, TheGuardClosesThePanelAfter43ShortSeconds) {
     EXPECT_GE(took, std::chrono::milliseconds(400));
     EXPECT_LT(took, std::chrono::seconds(10));
     EXPECT_EQ(0, open.state());
-    EXPECT_EQ("--alert\nTimed out waiting for file selection\n", alertRecorded());
+    // The alert runs in the background: wait (bounded) for its record.
+    for (int i = 0; i < 500 && readFile(_dir.file("alert")).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ("--alert\nTimed out waiting for file selection\n", readFile(_dir.file("alert")));
 
     // A panel that ends by itself (cancelled) after the guard would have fired.
     useProgram("sleep 0.5\nexit 1\n");
