@@ -76,7 +76,7 @@ const RELAY = `<script>(() => {
 // page waits for them before it opens the page under test.
 const START = (target) => `<!DOCTYPE html><script>
   const tries = Number(location.hash.slice(1)) || 0;
-  if ("corvaneWeb" in window || tries > 100) location.replace(${JSON.stringify(target)});
+  if ("corvaneWeb" in window || tries > 300) location.replace(${JSON.stringify(target)});
   else setTimeout(() => { location.hash = tries + 1; location.reload(); }, 100);
 </script>`;
 
@@ -247,11 +247,12 @@ async function main() {
     fs.mkdirSync(path.join(profile, 'NativeMessagingHosts'), { recursive: true });
     fs.writeFileSync(path.join(profile, 'NativeMessagingHosts', HOST_NAME + '.json'),
       JSON.stringify({ ...manifest, allowed_origins: [`chrome-extension://${CHROMIUM_ID}/`] }));
-    // Quiet: nothing but the page's own traffic leaves the browser.
+    // Quiet: no background services, and no name looked up outside.
     const launched = await launch('/usr/lib/chromium/chromium', ['--headless=new', '--no-sandbox',
       `--user-data-dir=${profile}`, `--load-extension=${ext}`, `--disable-extensions-except=${ext}`,
       '--no-first-run', '--no-default-browser-check', '--disable-background-networking', '--disable-component-update',
-      '--disable-sync', '--disable-domain-reliability', '--remote-debugging-port=0', '--window-size=1280,1024', start]);
+      '--disable-sync', '--disable-domain-reliability',
+      '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1, EXCLUDE 127.0.0.2', '--remote-debugging-port=0', '--window-size=1280,1024', start]);
     browser = launched.child;
     screenshot = async () => {
       call = await connect(launched.address);
@@ -264,6 +265,12 @@ async function main() {
     const hosts = path.join(home, '.mozilla', 'native-messaging-hosts');
     fs.mkdirSync(hosts, { recursive: true });
     fs.writeFileSync(path.join(hosts, HOST_NAME + '.json'), JSON.stringify({ ...manifest, allowed_extensions: [GECKO_ID] }));
+    // Quiet too: its remote settings come from nowhere, and every name
+    // resolves to 127.0.0.1 without a lookup.
+    const prefs = { 'services.settings.server': 'data:,#none/v1', 'network.dns.native-is-localhost': true,
+      'network.dns.disablePrefetch': true, 'network.trr.mode': 5 };
+    fs.writeFileSync(path.join(profile, 'user.js'),
+      Object.entries(prefs).map(([name, value]) => `user_pref(${JSON.stringify(name)}, ${JSON.stringify(value)});\n`).join(''));
     const launched = await launch('/usr/bin/firefox-esr', ['--headless', '--no-remote', '--profile', profile,
       '--remote-debugging-port', '0']);
     browser = launched.child;
