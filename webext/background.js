@@ -51,17 +51,36 @@ function patternOf(origin) {
   return portsInPatterns ? origin + '/*' : url.protocol + '//' + url.hostname + '/*';
 }
 
-async function registerScripts() {
-  const registered = await api.scripting.getRegisteredContentScripts();
-  const ours = registered.map((script) => script.id).filter((id) => SCRIPT_IDS.includes(id));
-  if (ours.length) await api.scripting.unregisterContentScripts({ ids: ours });
-  const origins = await allowedOrigins();
-  if (!origins.length) return;
-  const matches = [...new Set(origins.map(patternOf))];
-  await api.scripting.registerContentScripts([
+function wantedScripts(matches) {
+  return [
     { id: SCRIPT_IDS[0], matches, js: ['page-api.js'], runAt: 'document_start', world: 'MAIN', allFrames: true },
     { id: SCRIPT_IDS[1], matches, js: ['relay.js'], runAt: 'document_start', allFrames: true },
-  ]);
+  ];
+}
+
+// Registration runs several times as the extension starts (first install,
+// browser start, the seeded allow-list being stored). Taking the scripts
+// away and putting them back would leave a moment in which a page of an
+// allowed origin loads without its object, so scripts already in place are
+// left alone when they are what we want, and otherwise updated in place.
+async function registerScripts() {
+  const origins = await allowedOrigins();
+  const registered = (await api.scripting.getRegisteredContentScripts()).filter((s) => SCRIPT_IDS.includes(s.id));
+  if (!origins.length) {
+    if (registered.length) await api.scripting.unregisterContentScripts({ ids: registered.map((s) => s.id) });
+    return;
+  }
+  const wanted = wantedScripts([...new Set(origins.map(patternOf))]);
+  const asWanted = (script) => {
+    const want = wanted.find((w) => w.id === script.id);
+    return Object.keys(want).every((key) => JSON.stringify(script[key] ?? false) === JSON.stringify(want[key] ?? false));
+  };
+  if (registered.length === wanted.length) {
+    if (!registered.every(asWanted)) await api.scripting.updateContentScripts(wanted);
+    return;
+  }
+  if (registered.length) await api.scripting.unregisterContentScripts({ ids: registered.map((s) => s.id) });
+  await api.scripting.registerContentScripts(wanted);
 }
 
 let registering = Promise.resolve();
